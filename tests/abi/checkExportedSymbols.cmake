@@ -1,0 +1,47 @@
+# Compares the dynamic symbol table of libvexlor.so with exported_symbols.txt and fails on a
+# missing or an unexpected symbol. Names are compared demangled; the two spellings of va_list
+# (x86-64, ARM) are written "va_list" in the list.
+#   cmake -DLIBRARY=<libvexlor.so> -DEXPECTED=<list> -DNM=<nm> -DCXXFILT=<c++filt> -P <this file>
+execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE nm_output RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
+endif()
+
+set(mangled "")
+string(REPLACE "\n" ";" lines "${nm_output}")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-fA-F]* *([A-Za-z]) (.+)$")
+    list(APPEND mangled "${CMAKE_MATCH_2}")
+  endif()
+endforeach()
+string(REPLACE ";" "\n" mangled_text "${mangled}")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/mangled_symbols.txt "${mangled_text}\n")
+execute_process(COMMAND ${CXXFILT} INPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/mangled_symbols.txt
+  OUTPUT_VARIABLE demangled RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${CXXFILT} failed")
+endif()
+string(REPLACE "__va_list_tag*" "va_list" demangled "${demangled}")
+string(REPLACE "std::__va_list" "va_list" demangled "${demangled}")
+string(REPLACE "\n" ";" actual "${demangled}")
+list(REMOVE_ITEM actual "")
+list(REMOVE_DUPLICATES actual)
+
+file(STRINGS ${EXPECTED} expected)
+list(FILTER expected EXCLUDE REGEX "^#|^$")
+
+set(missing ${expected})
+list(REMOVE_ITEM missing ${actual})
+set(unexpected ${actual})
+list(REMOVE_ITEM unexpected ${expected})
+foreach(symbol IN LISTS missing)
+  message(SEND_ERROR "missing exported symbol: ${symbol}")
+endforeach()
+foreach(symbol IN LISTS unexpected)
+  message(SEND_ERROR "unexpected exported symbol: ${symbol}")
+endforeach()
+list(LENGTH actual count)
+if(missing OR unexpected)
+  message(FATAL_ERROR "the exported interface of ${LIBRARY} differs from ${EXPECTED}")
+endif()
+message(STATUS "all ${count} exported symbols as listed")

@@ -1,0 +1,23 @@
+// For tests of the library's main instance: prepares the configuration directory, the legacy
+// level file and the syslogd pid file compiled into the library under test (all in the build
+// tree). Every test case runs in a process of its own, so the main instance is constructed by
+// the first library call of the case, after the files are in place.
+#pragma once
+
+#include <string>
+
+class CCompiledPaths {
+public:
+    CCompiledPaths();   // an empty configuration directory, no legacy file, no pid file
+    ~CCompiledPaths();  // removes them again
+    CCompiledPaths(const CCompiledPaths&) = delete;
+    CCompiledPaths& operator=(const CCompiledPaths&) = delete;
+
+    std::string defaultConfig() const;                    // <dir>/vexlor.cfg
+    std::string appConfig(const std::string& app) const;  // <dir>/vexlor-<app>.cfg
+    void writeDefaultConfig(const std::string& content) const;
+    void writeAppConfig(const std::string& app, const std::string& content) const;
+};
+
+// "target = <path>[, key=value]..." with a line feed.
+std::string targetLine(const std::string& path, const std::string& parameters = std::string());

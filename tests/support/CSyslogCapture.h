@@ -1,0 +1,44 @@
+// Captures what the process sends to syslog: the test executable defines openlog, syslog,
+// vsyslog, setlogmask, closelog and the fortified __syslog_chk/__vsyslog_chk, which take
+// precedence over the C library's for the library and the plug-ins alike. Nothing reaches the
+// machine's syslog. Messages are kept whether or not the current mask would pass them.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+struct CSyslogMessage {
+    int priority;
+    std::string text;
+};
+
+struct COpenlogCall {
+    std::string ident;
+    int option;
+    int facility;
+};
+
+// Scoped: starts with an empty capture and clears it again at the end.
+class CSyslogCapture {
+public:
+    CSyslogCapture();
+    ~CSyslogCapture();
+    CSyslogCapture(const CSyslogCapture&) = delete;
+    CSyslogCapture& operator=(const CSyslogCapture&) = delete;
+
+    std::vector<CSyslogMessage> messages() const;
+    std::vector<COpenlogCall> openlogCalls() const;
+    std::vector<int> setlogmaskCalls() const;
+    // How many messages have exactly this text (at this priority, if given).
+    int count(const std::string& text, int priority = -1) const;
+    bool contains(const std::string& text, int priority = -1) const { return count(text, priority) > 0; }
+    // How many messages contain `fragment` anywhere.
+    int countContaining(const std::string& fragment) const;
+    // Waits until a message with this text arrived (for messages of other threads).
+    bool waitFor(const std::string& text, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
+    void clear();
+};
+
+// The current mask as the last setlogmask call left it (0xff before any call).
+int capturedLogMask();

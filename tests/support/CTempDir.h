@@ -1,0 +1,28 @@
+// A fresh directory per test (mkdtemp), removed with its content at the end, and small helpers
+// to write the files the tests need.
+#pragma once
+
+#include <string>
+
+class CTempDir {
+public:
+    CTempDir();
+    ~CTempDir();
+    CTempDir(const CTempDir&) = delete;
+    CTempDir& operator=(const CTempDir&) = delete;
+
+    const std::string& path() const { return m_path; }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+    // Writes `content` into `name` in place (open, write, close), as an editor that keeps the
+    // file would; returns the full path.
+    std::string write(const std::string& name, const std::string& content) const;
+
+private:
+    std::string m_path;
+};
+
+// Writes a whole file in place (truncate, write, close).
+void writeFile(const std::string& path, const std::string& content);
+std::string readFile(const std::string& path);
+// Removes a directory tree or file; missing paths are fine.
+void removeTree(const std::string& path);

@@ -1,0 +1,19 @@
+#!/bin/sh
+# Sets up what is missing, builds and runs the test suite. With no argument: the normal build.
+# Arguments name further presets to run as well: asan, tsan, armhf (or "all" for every one).
+set -eu
+cd "$(dirname "$0")/.."
+tools/install-deps.sh
+presets="dev"
+for arg in "$@"; do
+  case "$arg" in
+    all) presets="dev asan tsan armhf" ;;
+    *) presets="$presets $arg" ;;
+  esac
+done
+for preset in $presets; do
+  echo "=== $preset ==="
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+  ctest --preset "$preset"
+done
