@@ -6,7 +6,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <syslog.h>
-#include <system_error>
 #include <unistd.h>
 
 #include "core/LegacyLevel.h"
@@ -18,6 +17,9 @@ namespace {
 // The handler's only state; -1 while no relay runs, and then signals are dropped.
 std::atomic<int> signalWriteFd{-1};
 
+// The running relay, for the fork child handler.
+CLevelSignalRelay* runningRelay = nullptr;
+
 }  // namespace
 
 void CLevelSignalRelay::install()
@@ -27,21 +29,11 @@ void CLevelSignalRelay::install()
 
 CLevelSignalRelay::CLevelSignalRelay()
 {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        vx::diag(LOG_ERR, "unable to create the SIGUSR1 pipe - errno=%s", vx::errnoText(errno));
-    } else {
-        m_readFd = fds[0];
-        m_writeFd = fds[1];
-        // A full pipe (nobody reading, as in a forked child) must never block the handler.
-        fcntl(m_writeFd, F_SETFL, O_NONBLOCK);
-        try {
-            m_thread = std::thread(&CLevelSignalRelay::run, this);
-            signalWriteFd.store(m_writeFd);
-        } catch (const std::system_error& e) {
-            vx::diag(LOG_ERR, "unable to start the SIGUSR1 thread: %s", e.what());
-        }
-    }
+    start();
+    runningRelay = this;
+    // A fork child has no relay thread, and the pipe it inherits is read by the parent's: its
+    // signals would change the parent's mask. The child gets a relay of its own.
+    pthread_atfork(nullptr, nullptr, &CLevelSignalRelay::onForkChild);
     // Installed in every case: the default action of SIGUSR1 would end the process.
     signal(SIGUSR1, &CLevelSignalRelay::onSignal);
 }
@@ -51,15 +43,60 @@ CLevelSignalRelay::~CLevelSignalRelay()
     // The handler's code goes away with the library: stop taking the signal first.
     signal(SIGUSR1, SIG_IGN);
     signalWriteFd.store(-1);
+    runningRelay = nullptr;
     if (m_writeFd != -1) {
         close(m_writeFd);  // the relay reads end-of-file and ends
     }
-    if (m_thread.joinable()) {
-        m_thread.join();
+    if (m_threadRunning) {
+        pthread_join(m_thread, nullptr);
     }
     if (m_readFd != -1) {
         close(m_readFd);
     }
+}
+
+void CLevelSignalRelay::start()
+{
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        vx::diag(LOG_ERR, "unable to create the SIGUSR1 pipe - errno=%s", vx::errnoText(errno));
+        return;
+    }
+    m_readFd = fds[0];
+    m_writeFd = fds[1];
+    // A full pipe must never block the handler.
+    fcntl(m_writeFd, F_SETFL, O_NONBLOCK);
+    const int rc = pthread_create(&m_thread, nullptr, &CLevelSignalRelay::threadMain, this);
+    if (rc != 0) {
+        vx::diag(LOG_ERR, "unable to start the SIGUSR1 thread - errno=%s", vx::errnoText(rc));
+        return;
+    }
+    m_threadRunning = true;
+    signalWriteFd.store(m_writeFd);
+}
+
+void CLevelSignalRelay::onForkChild()
+{
+    if (runningRelay != nullptr) {
+        runningRelay->restartInChild();
+    }
+}
+
+void CLevelSignalRelay::restartInChild()
+{
+    // The parent's thread does not exist here: forget it without joining. Closing our copies
+    // of the pipe leaves the parent's relay untouched.
+    signalWriteFd.store(-1);
+    m_threadRunning = false;
+    if (m_readFd != -1) {
+        close(m_readFd);
+        m_readFd = -1;
+    }
+    if (m_writeFd != -1) {
+        close(m_writeFd);
+        m_writeFd = -1;
+    }
+    start();
 }
 
 void CLevelSignalRelay::onSignal(int /*signalNumber*/)
@@ -71,6 +108,12 @@ void CLevelSignalRelay::onSignal(int /*signalNumber*/)
         (void)!write(fd, &byte, 1);
     }
     errno = savedErrno;
+}
+
+void* CLevelSignalRelay::threadMain(void* relay)
+{
+    static_cast<CLevelSignalRelay*>(relay)->run();
+    return nullptr;
 }
 
 void CLevelSignalRelay::run()

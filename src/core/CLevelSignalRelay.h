@@ -3,7 +3,7 @@
 // does the file and syslog work, which is not safe inside a handler.
 #pragma once
 
-#include <thread>
+#include <pthread.h>
 
 class CLevelSignalRelay {
 public:
@@ -16,10 +16,16 @@ public:
 
 private:
     CLevelSignalRelay();
+    void start();
+    void restartInChild();
     static void onSignal(int signalNumber);
+    static void onForkChild();
+    static void* threadMain(void* relay);
     void run();
 
     int m_readFd = -1;
     int m_writeFd = -1;
-    std::thread m_thread;
+    // A plain thread handle: a fork child must be able to forget the parent's thread unjoined.
+    pthread_t m_thread{};
+    bool m_threadRunning = false;
 };
