@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "core/diag.h"
+#include "core/processId.h"
 #include "core/retryOnEintr.h"
 #include "targets/CContainerLock.h"
 #include "targets/CLogTargetContainer.h"
@@ -48,8 +49,24 @@ void CLogTargetContainer::startWatcher()
     m_workerThread = std::move(thread);
 }
 
+bool CLogTargetContainer::isForkChild() const
+{
+    return m_ownerPid != 0 && m_ownerPid != vx::currentPid();
+}
+
 void CLogTargetContainer::stopWatcher()
 {
+    if (isForkChild()) {
+        // The worker and the watch are the parent's: the thread does not exist here, so its
+        // handle is overwritten by an empty one (no join, no terminate), and removing the watch
+        // from the shared inotify instance would end the parent's watching. Closing our copies
+        // of the descriptors is all that is ours to do.
+        if (m_workerThread) {
+            new (m_workerThread.get()) std::thread();
+            m_workerThread.reset();
+        }
+        m_watchDescriptor = -1;
+    }
     if (m_workerThread) {
         if (threadNotifyTerminate() != 0) {
             vx::diag(LOG_ERR, "logtarget-container: unable to terminate worker thread - forcing exit. (errno=%s)",
@@ -76,6 +93,7 @@ void CLogTargetContainer::stopWatcher()
 
 int CLogTargetContainer::init_fds()
 {
+    m_ownerPid = vx::currentPid();
     m_epollFd = epoll_create1(EPOLL_CLOEXEC);
     if (m_epollFd == -1) {
         return -1;
@@ -131,7 +149,8 @@ void CLogTargetContainer::close_wd(int& wd)
 
 int CLogTargetContainer::notifyThread(thread_notification notification)
 {
-    if (m_pipeWriteFd == -1) {
+    // In a fork child the pipe leads to the parent's worker: the child has none of its own.
+    if (m_pipeWriteFd == -1 || isForkChild()) {
         vx::diag(LOG_ERR, "logtarget-container: invalid pipe-fd (notify)");
         return -1;
     }

@@ -77,6 +77,7 @@ public:
 private:
     VEXLOR_LOCAL void startWatcher();
     VEXLOR_LOCAL void stopWatcher();
+    VEXLOR_LOCAL bool isForkChild() const;
     VEXLOR_LOCAL bool sweepTargets();  // true when a kept target writes to syslog
     VEXLOR_LOCAL void releaseAllTargets();
     VEXLOR_LOCAL std::string lockedAppCfgFilename();  // the per-application file name, read under the lock
@@ -95,4 +96,7 @@ private:
     int m_watchDescriptor = -1;          // the worker's, after construction
     int m_pipeReadFd = -1;               // the worker's, after construction
     int m_pipeWriteFd = -1;              // written by any thread, one 4-byte message at a time
+    // The process that opened the descriptors and runs the worker. A fork child shares the
+    // descriptors but has no worker: it must neither message nor stop the parent's.
+    int m_ownerPid = 0;
 };

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include "CCompiledPaths.h"
 #include "CFailureSwitches.h"
@@ -174,6 +176,33 @@ TEST_F(CLogTargetContainerWatcherTest, SetUpFailuresKeepTheFirstReadWithoutWorke
         EXPECT_EQ(0, m_syslog.count(EXIT));
         EXPECT_EQ(descriptors, openDescriptors());
     }
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(CLogTargetContainerWatcherTest, ForkChildLeavesTheParentsWorkerAndWatchAlone)
+{
+    const std::string file = m_dir.write("vexlor.cfg", targetLine(testpaths::recorder(), "name=a"));
+    auto container = makeContainer();
+    const pid_t child = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        // The child ends its copy the way exit() would, then tries to move the watch.
+        container->setAppname("child");
+        container.reset();
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+    // The parent still watches: a rewrite is still seen.
+    writeFile(file, targetLine(testpaths::recorderTwin(), "name=b"));
+    ASSERT_TRUE(m_syslog.waitFor(CHANGED));
+    ASSERT_TRUE(waitUntil([] { return loaded("b"); }));
+    EXPECT_EQ(0, m_syslog.count(EXIT));
 }
 
 }  // namespace

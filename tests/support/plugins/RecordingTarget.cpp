@@ -149,9 +149,19 @@ __attribute__((visibility("default"))) void dynamic_module_done()
 #endif
 
 #ifndef VEXLOR_TEST_WITHOUT_FACTORY
+// How often this library's getClassFactory ran (tests check the loader does not cache it). The
+// counter is file-local, so that the twin library, opened RTLD_GLOBAL too, keeps its own.
+static int factoryCalls;
+
+__attribute__((visibility("default"))) int recordingTargetFactoryCalls()
+{
+    return __atomic_load_n(&factoryCalls, __ATOMIC_RELAXED);
+}
+
 __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
     static CFactory factory;
+    __atomic_add_fetch(&factoryCalls, 1, __ATOMIC_RELAXED);
 #ifdef VEXLOR_TEST_NULL_FACTORY
     return nullptr;
 #else

@@ -1,0 +1,56 @@
+# Installs the built tree into a scratch prefix, builds the consumer project against it with
+# find_package and the application once more with pkg-config, and runs both: each loads the
+# consumer's target through the configuration file and checks that a record arrived.
+# Arguments: BUILD_DIR, SOURCE_DIR (the consumer), WORK_DIR, CONFIG_DIR, GENERATOR, CXX,
+# CXX_FLAGS, LINKER_FLAGS, BUILD_TYPE.
+cmake_minimum_required(VERSION 3.25)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed (${rc}): ${ARGN}\n${out}\n${err}")
+  endif()
+endfunction()
+
+# Staged under DESTDIR, so that even a destination configured as an absolute path lands inside
+# the work directory instead of on the machine.
+set(stagedPrefix /opt/vexlor-consumer)
+set(prefix ${WORK_DIR}/stage${stagedPrefix})
+set(build ${WORK_DIR}/build)
+set(records ${WORK_DIR}/records.txt)
+set(config ${CONFIG_DIR}/vexlor.cfg)
+file(REMOVE_RECURSE ${WORK_DIR})
+file(MAKE_DIRECTORY ${WORK_DIR} ${CONFIG_DIR})
+
+run(${CMAKE_COMMAND} -E env DESTDIR=${WORK_DIR}/stage ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${stagedPrefix})
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DCMAKE_CXX_COMPILER=${CXX}
+    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS}"
+    "-DCMAKE_MODULE_LINKER_FLAGS=${LINKER_FLAGS}")
+run(${CMAKE_COMMAND} --build ${build})
+
+# The same application built from the pkg-config file alone, found where it was installed.
+file(GLOB_RECURSE pcFile ${prefix}/vexlor.pc)
+if(NOT pcFile)
+  message(FATAL_ERROR "no vexlor.pc below ${prefix}")
+endif()
+get_filename_component(pcDir "${pcFile}" DIRECTORY)
+set(ENV{PKG_CONFIG_LIBDIR} ${pcDir})
+set(ENV{PKG_CONFIG_PATH} "")
+execute_process(COMMAND pkg-config --cflags --libs vexlor
+  RESULT_VARIABLE rc OUTPUT_VARIABLE pcFlags ERROR_VARIABLE err OUTPUT_STRIP_TRAILING_WHITESPACE)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "pkg-config cannot use the installed vexlor.pc: ${err}")
+endif()
+separate_arguments(pcFlags UNIX_COMMAND "${pcFlags}")
+execute_process(COMMAND pkg-config --variable=libdir vexlor OUTPUT_VARIABLE libDir OUTPUT_STRIP_TRAILING_WHITESPACE)
+separate_arguments(extraFlags UNIX_COMMAND "${CXX_FLAGS} ${LINKER_FLAGS}")
+run(${CXX} -std=c++17 ${extraFlags} ${SOURCE_DIR}/ConsumerApp.cpp ${pcFlags} -o ${build}/consumer_app_pc)
+
+file(WRITE ${config} "target = ${build}/libconsumer_target.so, file=${records}\n")
+foreach(app consumer_app consumer_app_pc)
+  file(REMOVE ${records})
+  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libDir} ${build}/${app} ${records})
+endforeach()
+file(REMOVE ${config})
+file(REMOVE_RECURSE ${WORK_DIR})
