@@ -78,7 +78,8 @@ VEXLOR_API void vexlor_dump(vexlor_component* component, vexlor_level* level, co
                             unsigned int length);
 
 // Returns the component registered under `name`, or creates it with `level`'s mask (0 for a null
-// level). `descriptions` ("0=off,1=error") is appended to its level descriptions. Never null.
+// level). `descriptions` ("0=off,1=error") is appended to its level descriptions. Null only for
+// a null name (reported to syslog); logging with a null component logs nothing.
 VEXLOR_API vexlor_component* vexlor_create_component(const char* name, vexlor_level* level,
                                                      const char* descriptions);
 

@@ -25,6 +25,77 @@ void setUpSyslogOnce()
     vx::applyLegacyLevelFile();
 }
 
+// Marks, for the constructing thread, the instance being built: the configured start loads
+// plug-ins whose hooks and targets may call the library, which must reach the instance under
+// construction instead of waiting for its own construction to end. The count keeps the
+// thread-local lookup off the path of every later call (see getInstance).
+std::atomic<int> constructionsUnderWay{0};
+
+class CConstructionMark {
+public:
+    CConstructionMark(CVexlor* instance, CVexlor*& constructingHere) : m_here(constructingHere)
+    {
+        m_here = instance;
+        constructionsUnderWay.fetch_add(1);
+    }
+    // Still active only when the construction threw. Later the thread-local must not be
+    // touched: it belongs to the constructing thread, which may be gone by then.
+    ~CConstructionMark() { end(); }
+    CConstructionMark(const CConstructionMark&) = delete;
+    CConstructionMark& operator=(const CConstructionMark&) = delete;
+
+    void end()
+    {
+        if (m_active) {
+            m_active = false;
+            m_here = nullptr;
+            constructionsUnderWay.fetch_sub(1);
+        }
+    }
+
+private:
+    CVexlor*& m_here;
+    bool m_active = true;
+};
+
+thread_local CVexlor* mainConstructingHere = nullptr;
+thread_local CVexlor* noVexlorConstructingHere = nullptr;
+
+// An instance with the flag that says its destruction has begun. The flag is set in the
+// destructor's body, before the instance is taken apart; it is trivially destructible, so
+// threads that still log while the process exits can read it.
+class CInstanceSlot {
+public:
+    CInstanceSlot(bool enableConfig, std::atomic<bool>& gone, CVexlor*& constructingHere)
+        : m_gone(gone)
+        , m_mark(&m_instance, constructingHere)
+        , m_instance(enableConfig)
+    {
+        m_mark.end();
+    }
+    ~CInstanceSlot() { m_gone.store(true, std::memory_order_release); }
+    CInstanceSlot(const CInstanceSlot&) = delete;
+    CInstanceSlot& operator=(const CInstanceSlot&) = delete;
+
+    CVexlor* get() { return m_gone.load(std::memory_order_acquire) ? standIn() : &m_instance; }
+
+private:
+    // What callers get once the instance is being destroyed: a quiet instance without
+    // configuration or targets, never destroyed, so that late calls neither crash nor log.
+    static CVexlor* standIn()
+    {
+        static CVexlor* const quiet = new CVexlor(false);
+        return quiet;
+    }
+
+    std::atomic<bool>& m_gone;
+    CConstructionMark m_mark;
+    CVexlor m_instance;
+};
+
+std::atomic<bool> mainInstanceGone{false};
+std::atomic<bool> noVexlorInstanceGone{false};
+
 }  // namespace
 
 thread_local CVexlor::CThreadData CVexlor::thread_data;
@@ -43,19 +114,29 @@ CVexlor::~CVexlor()
 
 CVexlor* CVexlor::getInstance()
 {
-    static CVexlor instance(true);
-    return &instance;
+    if (constructionsUnderWay.load(std::memory_order_relaxed) != 0 && mainConstructingHere != nullptr) {
+        return mainConstructingHere;
+    }
+    static CInstanceSlot slot(true, mainInstanceGone, mainConstructingHere);
+    return slot.get();
 }
 
 CVexlor* CVexlor::getInstance_NoVexlor()
 {
-    static CVexlor instance(false);
-    return &instance;
+    if (constructionsUnderWay.load(std::memory_order_relaxed) != 0 && noVexlorConstructingHere != nullptr) {
+        return noVexlorConstructingHere;
+    }
+    static CInstanceSlot slot(false, noVexlorInstanceGone, noVexlorConstructingHere);
+    return slot.get();
 }
 
 void CVexlor::init(vexlor_component* component, const char* name, bool announce)
 {
     setUpSyslogOnce();
+    // A null name is a caller error: the thread keeps its name and nothing is announced.
+    if (name == nullptr) {
+        return;
+    }
     thread_data.threadName = name;
     if (component != nullptr && announce) {
         vexlor(component, VX_ENTERLEAVE, "----- Thread %s started.", name);

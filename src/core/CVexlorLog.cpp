@@ -14,6 +14,16 @@ namespace {
 // Messages are cut to MESSAGE_BUFFER_SIZE - 1 characters.
 constexpr std::size_t MESSAGE_BUFFER_SIZE = 2048;
 
+// A null format is a caller error; it formats as an empty message instead of crashing.
+void formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format, va_list args)
+{
+    if (format == nullptr) {
+        buffer[0] = '\0';
+        return;
+    }
+    vsnprintf(buffer, sizeof buffer, format, args);
+}
+
 }  // namespace
 
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
@@ -22,7 +32,7 @@ void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* 
         return;
     }
     char buffer[MESSAGE_BUFFER_SIZE];
-    vsnprintf(buffer, sizeof buffer, format, args);
+    formatMessage(buffer, format, args);
 
     timeval now{};
     gettimeofday(&now, nullptr);
@@ -38,7 +48,7 @@ void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* 
 void CVexlor::vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
     char buffer[MESSAGE_BUFFER_SIZE];
-    vsnprintf(buffer, sizeof buffer, format, args);
+    formatMessage(buffer, format, args);
     // Unfiltered on purpose: syslog gets the text whatever the component's mask, unless a target
     // already writes the records there.
     if (!m_container.hasSyslogTarget()) {

@@ -2,9 +2,26 @@
 // one-line forwarders to the main instance, or to the NoVexlor instance for the _novexlor pair.
 #include <cstdarg>
 
+#include <syslog.h>
+
 #include "core/CVexlor.h"
+#include "core/diag.h"
 #include "levels/LevelStore.h"
 #include "levels/componentRegistry.h"
+
+namespace {
+
+// Null texts and records are caller errors that must not bring the application down. Where a
+// null can be survived without a result of its own, it gets one of these.
+const std::string EMPTY_NAME;
+
+vexlor_component* refuseNullName()
+{
+    vx::diag(LOG_ERR, "vexlor_create_component: no component name given (null) - no component created");
+    return nullptr;
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -52,7 +69,9 @@ void vexlor_dump(vexlor_component* component, vexlor_level* level, const void* d
 
 vexlor_component* vexlor_create_component(const char* name, vexlor_level* level, const char* descriptions)
 {
-    return CVexlor::getInstance()->createComponent(std::string(name), level, std::string(descriptions));
+    // A null result is safe to log with: every call with it is filtered out.
+    return name == nullptr ? refuseNullName()
+                           : CVexlor::getInstance()->createComponent(name, level, descriptions != nullptr ? descriptions : "");
 }
 
 vexlor_level* vexlor_level_create(unsigned int numeric) { return vx::createLevel(numeric); }
@@ -61,7 +80,10 @@ int vexlor_level_to_prio(vexlor_level* level) { return CVexlor::level_to_prio(le
 }  // extern "C"
 
 const std::string& vexlor_get_application_name() { return CVexlor::getInstance()->getAppname(); }
-const std::string& vexlor_get_name_by_component(const vexlor_component* component) { return component->name; }
+const std::string& vexlor_get_name_by_component(const vexlor_component* component)
+{
+    return component != nullptr ? component->name : EMPTY_NAME;
+}
 
 vexlor_component* vexlor_get_component_by_name(const std::string& name)
 {
@@ -86,5 +108,5 @@ unsigned int vexlor_get_component_level(const std::string& name)
     return vx::lockedComponentLevel(*CVexlor::getInstance(), name);
 }
 
-unsigned int vexlor_level_to_mask(const vexlor_level* level) { return level->mask; }
-unsigned int vexlor_level_to_numeric(const vexlor_level* level) { return level->numeric; }
+unsigned int vexlor_level_to_mask(const vexlor_level* level) { return level != nullptr ? level->mask : 0u; }
+unsigned int vexlor_level_to_numeric(const vexlor_level* level) { return level != nullptr ? level->numeric : 0u; }

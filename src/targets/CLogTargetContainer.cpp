@@ -3,6 +3,7 @@
 #include "targets/CLogTargetContainer.h"
 
 #include <syslog.h>
+#include <system_error>
 #include <vexlor/vexlor_target.h>
 
 #include "core/diag.h"
@@ -29,8 +30,14 @@ CLogTargetContainer::CLogTargetContainer(const std::string& cfgDirectory, bool e
 CLogTargetContainer::~CLogTargetContainer()
 {
     stopWatcher();
-    // No other thread uses the container any more: release without the lock.
-    releaseAllTargets();
+    // Under the lock all the same: threads that still log while the process exits finish their
+    // delivery before the targets go, and find none afterwards.
+    try {
+        CContainerLock guard(*this);
+        releaseAllTargets();
+    } catch (const std::system_error&) {
+        releaseAllTargets();
+    }
 }
 
 void CLogTargetContainer::log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
