@@ -1,4 +1,5 @@
 // Hex dumps: one record per 16 bytes, each "0x<offset> - <hex columns>| <characters>".
+#include <algorithm>
 #include <cstdio>
 
 #include "core/CVexlor.h"
@@ -7,6 +8,8 @@
 namespace {
 
 constexpr unsigned int BYTES_PER_LINE = 16;
+// "0x" + 8 digits, " - ", 16 hex columns of 3, "| ", 16 characters.
+constexpr std::size_t FULL_LINE_LENGTH = 10 + 3 + BYTES_PER_LINE * 3 + 2 + BYTES_PER_LINE;
 
 }  // namespace
 
@@ -38,24 +41,27 @@ void CVexlor::formatDumpLine(std::string& line, unsigned int offset, const unsig
 {
     static const char HEX_DIGITS[] = "0123456789abcdef";
     char offsetText[256];
-    snprintf(offsetText, sizeof offsetText, "0x%08x", offset);
-    line.assign(offsetText);
-    line += " - ";
+    const int offsetLength = snprintf(offsetText, sizeof offsetText, "0x%08x", offset);
+    // Composed in a stack buffer and assigned once: the reused line keeps its capacity.
+    char text[FULL_LINE_LENGTH];
+    char* out = std::copy(offsetText, offsetText + offsetLength, text);
+    out = std::copy_n(" - ", 3, out);
     for (unsigned int i = 0; i < BYTES_PER_LINE; ++i) {
         if (i < count) {
             const unsigned char byte = data[offset + i];
-            line += HEX_DIGITS[byte >> 4];
-            line += HEX_DIGITS[byte & 0x0f];
-            line += ' ';
+            *out++ = HEX_DIGITS[byte >> 4];
+            *out++ = HEX_DIGITS[byte & 0x0f];
+            *out++ = ' ';
         } else {
-            line += "   ";
+            out = std::copy_n("   ", 3, out);
         }
     }
-    line += "| ";
+    out = std::copy_n("| ", 2, out);
     const unsigned int shown = count < BYTES_PER_LINE ? count : BYTES_PER_LINE;
     for (unsigned int i = 0; i < shown; ++i) {
         const unsigned char byte = data[offset + i];
         // 0x7F counts as printable here, unlike isprint().
-        line += (byte >= 0x20 && byte <= 0x7f) ? static_cast<char>(byte) : '.';
+        *out++ = (byte >= 0x20 && byte <= 0x7f) ? static_cast<char>(byte) : '.';
     }
+    line.assign(text, static_cast<std::size_t>(out - text));
 }
