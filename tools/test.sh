@@ -13,7 +13,10 @@ for arg in "$@"; do
 done
 for preset in $presets; do
   echo "=== $preset ==="
+  start=$(date +%s)
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset"
   ctest --preset "$preset"
+  # CI has a time budget for all presets together; this shows where it goes.
+  echo "=== $preset: built and tested in $(($(date +%s) - start)) s ==="
 done

@@ -2,7 +2,7 @@
 # find_package and the application once more with pkg-config, and runs both: each loads the
 # consumer's target through the configuration file and checks that a record arrived.
 # Arguments: BUILD_DIR, SOURCE_DIR (the consumer), WORK_DIR, CONFIG_DIR, GENERATOR, CXX,
-# CXX_FLAGS, LINKER_FLAGS, BUILD_TYPE.
+# CXX_FLAGS, LINKER_FLAGS, BUILD_TYPE; for a cross build TOOLCHAIN and EMULATOR (a command line).
 cmake_minimum_required(VERSION 3.25)
 
 function(run)
@@ -23,7 +23,15 @@ file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR} ${CONFIG_DIR})
 
 run(${CMAKE_COMMAND} -E env DESTDIR=${WORK_DIR}/stage ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${stagedPrefix})
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
+set(crossOptions "")
+if(TOOLCHAIN)
+  # The toolchain confines package searches to the target's tree: name the package's directory.
+  file(GLOB_RECURSE packageConfig ${prefix}/vexlorConfig.cmake)
+  get_filename_component(packageDir "${packageConfig}" DIRECTORY)
+  set(crossOptions -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -Dvexlor_DIR=${packageDir})
+endif()
+separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${build} -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix} ${crossOptions}
     -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DCMAKE_CXX_COMPILER=${CXX}
     "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${LINKER_FLAGS}"
     "-DCMAKE_MODULE_LINKER_FLAGS=${LINKER_FLAGS}")
@@ -50,7 +58,7 @@ run(${CXX} -std=c++17 ${extraFlags} ${SOURCE_DIR}/ConsumerApp.cpp ${pcFlags} -o 
 file(WRITE ${config} "target = ${build}/libconsumer_target.so, file=${records}\n")
 foreach(app consumer_app consumer_app_pc)
   file(REMOVE ${records})
-  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libDir} ${build}/${app} ${records})
+  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libDir} ${emulator} ${build}/${app} ${records})
 endforeach()
 file(REMOVE ${config})
 file(REMOVE_RECURSE ${WORK_DIR})
