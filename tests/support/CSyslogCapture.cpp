@@ -32,7 +32,7 @@ void record(int priority, const char* format, va_list args)
     CCaptured& state = captured();
     {
         std::lock_guard<std::mutex> guard(state.mutex);
-        state.messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer});
+        state.messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer, priority & LOG_FACMASK});
     }
     state.arrived.notify_all();
 }

@@ -9,8 +9,9 @@
 #include <vector>
 
 struct CSyslogMessage {
-    int priority;
+    int priority;  // without the facility
     std::string text;
+    int facility;  // as passed (LOG_USER, LOG_LOCAL3, ...), 0 when none was given
 };
 
 struct COpenlogCall {

@@ -1,0 +1,96 @@
+// The syslog target: writes every record to the system log, at the record's level as priority
+// (0 to 7, higher levels as debug). With it loaded, the library's syslog-style calls leave the
+// writing to this target instead of sending the text a second time. The library has opened
+// syslog under the application's name already; this target only chooses the facility.
+// Parameters: name=<target name> (default "syslog"), facility=user|daemon|local0..local7
+// (default: the one the library opened syslog with), function=1 (put the traced function
+// before the message).
+#include <new>
+#include <syslog.h>
+#include <vexlor/vexlor_target.h>
+
+namespace {
+
+std::string parameter(const CLogTargetParameters& parameters, const std::string& key)
+{
+    const auto found = parameters.params.find(key);
+    return found != parameters.params.end() ? found->second : std::string();
+}
+
+// 0 keeps the facility of openlog; -1 for a name that is not a facility.
+int facilityCode(const std::string& name)
+{
+    if (name.empty()) {
+        return 0;
+    }
+    if (name == "user") {
+        return LOG_USER;
+    }
+    if (name == "daemon") {
+        return LOG_DAEMON;
+    }
+    if (name.size() == 6 && name.compare(0, 5, "local") == 0 && name[5] >= '0' && name[5] <= '7') {
+        return LOG_LOCAL0 + (name[5] - '0') * (LOG_LOCAL1 - LOG_LOCAL0);
+    }
+    return -1;
+}
+
+class CSyslogTarget final : public ILogTarget {
+public:
+    CSyslogTarget(std::string name, int facility, bool withFunction)
+        : m_name(std::move(name)), m_facility(facility), m_withFunction(withFunction)
+    {
+    }
+
+    void log(int, int, long long, int, vexlor_level* level, const std::string& threadName,
+             const std::string& componentName, const std::string& functionName, const std::string& message) override
+    {
+        const int priority = m_facility | vexlor_level_to_prio(level);
+        if (m_withFunction && !functionName.empty()) {
+            syslog(priority, "[%s/%s] %s: %s", componentName.c_str(), threadName.c_str(), functionName.c_str(),
+                   message.c_str());
+        } else {
+            syslog(priority, "[%s/%s] %s", componentName.c_str(), threadName.c_str(), message.c_str());
+        }
+    }
+
+    void onComponentAdded(vexlor_component*) override {}
+    std::string getName() override { return m_name; }
+    int isSyslogTarget() override { return 1; }
+    void setAppname(const std::string&) override {}
+
+private:
+    const std::string m_name;
+    const int m_facility;
+    const bool m_withFunction;
+};
+
+class CSyslogFactory final : public IClassFactory {
+public:
+    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
+    {
+        auto* parameters = dynamic_cast<CLogTargetParameters*>(params);
+        if (className != "LogTarget" || parameters == nullptr) {
+            return nullptr;
+        }
+        const int facility = facilityCode(parameter(*parameters, "facility"));
+        if (facility < 0) {
+            syslog(LOG_ERR, "syslog target: unknown facility \"%s\" (user, daemon, local0 to local7)",
+                   parameter(*parameters, "facility").c_str());
+            return nullptr;
+        }
+        const std::string name = parameter(*parameters, "name");
+        return new (std::nothrow)
+            CSyslogTarget(name.empty() ? "syslog" : name, facility, parameter(*parameters, "function") == "1");
+    }
+
+    void destroyObject(IDynamicObject* object) override { delete object; }
+};
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
+{
+    static CSyslogFactory factory;
+    return &factory;
+}
