@@ -103,6 +103,7 @@ thread_local CVexlor::CThreadData CVexlor::thread_data;
 CVexlor::CVexlor(bool enableConfig)
     : m_container(VEXLOR_CONFIG_DIR, enableConfig, this)
 {
+    // Only now: the container's first configuration read above runs before any name is set.
     m_appname = "[no-appname-set]";
 }
 
