@@ -1,7 +1,12 @@
-# Compares the dynamic symbol table of libvexlor.so with exported_symbols.txt and fails on a
-# missing or an unexpected symbol. Names are compared demangled; the two spellings of va_list
+# Checks the SONAME of libvexlor.so and compares its dynamic symbol table with
+# exported_symbols.txt, failing on a missing or an unexpected symbol. Names are compared demangled; the two spellings of va_list
 # (x86-64, ARM) are written "va_list" in the list.
-#   cmake -DLIBRARY=<libvexlor.so> -DEXPECTED=<list> -DNM=<nm> -DCXXFILT=<c++filt> -P <this file>
+#   cmake -DLIBRARY=<libvexlor.so> -DEXPECTED=<list> -DNM=<nm> -DCXXFILT=<c++filt> -DOBJDUMP=<objdump>
+#         -P <this file>
+execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE headers RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR NOT headers MATCHES "SONAME +libvexlor\\.so\\.1\n")
+  message(FATAL_ERROR "${LIBRARY} does not have the SONAME libvexlor.so.1")
+endif()
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE nm_output RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
