@@ -28,10 +28,11 @@ int collect(const char* key, const char* value, void* user)
 
 class CfreadTest : public ::testing::Test {
 protected:
-    static Entries parse(const std::string& path, bool callOnEmpty, int& rc)
+    // Callback mode; the result goes to m_rc.
+    Entries parse(const std::string& path, bool callOnEmpty = false, int stopAt = 0)
     {
-        CCollected collected;
-        rc = cfread_parse_with_callback(path.c_str(), &collect, &collected, callOnEmpty ? 1 : 0);
+        CCollected collected{{}, stopAt};
+        m_rc = cfread_parse_with_callback(path.c_str(), &collect, &collected, callOnEmpty ? 1 : 0);
         return collected.entries;
     }
 
@@ -41,9 +42,8 @@ protected:
     {
         const std::string path = m_dir.write("f.cfg", content);
         m_syslog.clear();
-        int rc = 0;
-        EXPECT_EQ(before, parse(path, false, rc));
-        EXPECT_EQ(-1, rc);
+        EXPECT_EQ(before, parse(path));
+        EXPECT_EQ(-1, m_rc);
         EXPECT_EQ(nullptr, cfread_open(path.c_str()));
         message = "cfread: " + message.replace(message.find("%s"), 2, path);
         EXPECT_EQ(2, m_syslog.count(message, LOG_ERR)) << message;
@@ -51,6 +51,7 @@ protected:
 
     CTempDir m_dir;
     CSyslogCapture m_syslog;
+    int m_rc = 1;
 };
 
 TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
@@ -62,90 +63,61 @@ TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
     const Entries entries = {{"key", "value"}, {"mykey", "x"},   {"pad", "a b  "}, {"a", "b=c"},
                              {"eq", "=x"},     {"tab\t", "\tv"}, {"#x", "1"},      {"note", "1 # note"},
                              {"crlf", "v"},    {"cr", "v"},      {"utf", "b c"},   {"k", "v"}};
-    int rc = -1;
-    EXPECT_EQ(entries, parse(path, false, rc));
-    EXPECT_EQ(0, rc);
+    EXPECT_EQ(entries, parse(path));
+    EXPECT_EQ(0, m_rc);
     Entries withEmpty = entries;
     withEmpty.insert(withEmpty.end(), {{"novalue", ""}, {"nokey", ""}, {"blank", ""}, {"", "value"}, {"", ""}});
-    EXPECT_EQ(withEmpty, parse(path, true, rc));
+    EXPECT_EQ(withEmpty, parse(path, true));
+    // A callback that asks to stop ends a successful read.
+    EXPECT_EQ(Entries(1, entries[0]), parse(path, false, 1));
+    EXPECT_EQ(0, m_rc);
 
     cfread_handle* handle = cfread_open(path.c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(static_cast<int>(entries.size()), handle->count);
     for (const auto& [key, value] : entries) {
         const cfread_entry* entry = cfread_find_entry(handle, key.c_str());
-        ASSERT_NE(nullptr, entry) << key;
-        EXPECT_EQ(value, entry->value);
+        EXPECT_EQ(value, entry != nullptr ? entry->value : "(none)") << key;
     }
     cfread_close(handle);
     EXPECT_TRUE(m_syslog.messages().empty());
 }
 
-TEST_F(CfreadTest, EnforcesTheLimitsWithTheLineNumber)
+TEST_F(CfreadTest, RejectsUnreadableFilesAndBrokenLinesWithTheLineNumber)
 {
     // Dropped bytes do not count: top-bit bytes at a full key or value, spaces in a long line.
     const std::string key(255, 'k');
     const std::string value(255, 'v');
     const std::string path = m_dir.write("l.cfg", key + "\xff=1\nv=" + value + "\xc3\xa4\n" +
                                                       std::string(1019, ' ') + "p=v\n");
-    cfread_handle* handle = cfread_open(path.c_str());
-    ASSERT_NE(nullptr, handle);
-    EXPECT_EQ(3, handle->count);
-    EXPECT_NE(nullptr, cfread_find_entry(handle, key.c_str()));
-    EXPECT_NE(nullptr, cfread_find_entry(handle, "p"));
-    ASSERT_NE(nullptr, cfread_find_entry(handle, "v"));
-    EXPECT_EQ(value, cfread_find_entry(handle, "v")->value);
-    cfread_close(handle);
+    EXPECT_EQ((Entries{{key, "1"}, {"v", value}, {"p", "v"}}), parse(path));
+    EXPECT_EQ(0, m_rc);
 
     expectRejected("#c\n\n" + key + " =v\n", "max. key length exceeded in %s at line 3");
     expectRejected("a=1\nk=" + value + "v\n", "max. value length exceeded in %s at line 2", {{"a", "1"}});
     expectRejected(std::string(1020, ' ') + "k=v\n", "non-terminated entry in %s at line 1");
     expectRejected("a=1\nk=v", "non-terminated entry in %s at line 2", {{"a", "1"}});
     expectRejected(std::string("a=1\nk=\0v\n", 9), "non-terminated entry in %s at line 2", {{"a", "1"}});
-}
 
-TEST_F(CfreadTest, CallbackStopsTheReadAndUnreadableFilesFail)
-{
-    CCollected collected;
-    collected.stopAt = 1;
-    EXPECT_EQ(0, cfread_parse_with_callback(m_dir.write("c.cfg", "a=1\nb=2\n").c_str(), &collect, &collected, 0));
-    EXPECT_EQ((Entries{{"a", "1"}}), collected.entries);
-
-    EXPECT_EQ(-1, cfread_parse_with_callback(nullptr, &collect, &collected, 0));
-    EXPECT_EQ(-1, cfread_parse_with_callback("", &collect, &collected, 0));
-    EXPECT_EQ(nullptr, cfread_open(nullptr));
-    EXPECT_EQ(nullptr, cfread_open(""));
-    EXPECT_EQ(4, m_syslog.count("cfread: no config file given", LOG_ERR));
     const std::string missing = m_dir.file("missing.cfg");
-    EXPECT_EQ(-1, cfread_parse_with_callback(missing.c_str(), &collect, &collected, 0));
-    EXPECT_EQ(nullptr, cfread_open(missing.c_str()));
+    for (const char* name : {static_cast<const char*>(nullptr), "", missing.c_str()}) {
+        CCollected collected;
+        EXPECT_EQ(-1, cfread_parse_with_callback(name, &collect, &collected, 0));
+        EXPECT_EQ(nullptr, cfread_open(name));
+    }
+    EXPECT_EQ(4, m_syslog.count("cfread: no config file given", LOG_ERR));
     EXPECT_EQ(2, m_syslog.count("cfread: unable to open " + missing, LOG_ERR));
 }
 
-TEST_F(CfreadTest, IntValueReadsNumbersAndBooleans)
+TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
 {
-    const std::pair<const char*, int> cases[] = {
-        {"42", 42},     {"-7", -7},          {"+7", 7},           {"007", 7},
-        {"5 ", -1},     {"0x10", -1},        {"2147483646", 2147483646},
-        {"2147483647", -1}, {"-2147483648", -1}, {"99999999999", -1}, {"+", 0},
-        {"-", 0},       {"true", 1},         {"True", -1},        {"false", 0},
-        {"", -1},       {nullptr, -1}};
-    cfread_handle* handle = cfread_open(m_dir.write("empty.cfg", "").c_str());
+    cfread_handle* handle = cfread_open(m_dir.write("e.cfg", "").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(0, handle->capacity);
-    for (const auto& [value, expected] : cases) {
-        const cfread_entry* entry = cfread_set_entry(handle, "k", value);
-        ASSERT_NE(nullptr, entry);
-        EXPECT_EQ(expected, entry->int_value) << (value != nullptr ? value : "(null)");
-        EXPECT_STREQ(value != nullptr ? value : "", entry->value);
-    }
     cfread_close(handle);
-}
 
-TEST_F(CfreadTest, SlotTableReusesSlotsAndGrowsBy64)
-{
     // Within one file a later line replaces the earlier one in its slot.
-    cfread_handle* handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
+    handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(2, handle->count);
     EXPECT_EQ(64, handle->capacity);
@@ -153,12 +125,21 @@ TEST_F(CfreadTest, SlotTableReusesSlotsAndGrowsBy64)
     ASSERT_EQ(handle->entries[0], a);
     EXPECT_EQ(0, a->index);
     EXPECT_STREQ("3", a->value);
+    EXPECT_TRUE(cfread_set_entry(handle, nullptr, "x") == nullptr && cfread_set_entry(handle, "", "x") == nullptr &&
+                cfread_find_entry(handle, nullptr) == nullptr && cfread_find_entry(handle, "") == nullptr);
 
-    EXPECT_EQ(nullptr, cfread_set_entry(handle, nullptr, "x"));
-    EXPECT_EQ(nullptr, cfread_set_entry(handle, "", "x"));
-    EXPECT_EQ(nullptr, cfread_find_entry(handle, nullptr));
-    EXPECT_EQ(nullptr, cfread_find_entry(handle, ""));
-    for (int i = 2; i < 64; ++i) {
+    const std::pair<const char*, int> cases[] = {
+        {"42", 42},  {"-7", -7},       {"+7", 7},         {"007", 7},         {"5 ", -1},          {"0x10", -1},
+        {"+", 0},    {"-", 0},         {"true", 1},       {"True", -1},       {"false", 0},        {"", -1},
+        {nullptr, -1}, {"2147483646", 2147483646}, {"2147483647", -1}, {"-2147483648", -1}, {"99999999999", -1}};
+    for (const auto& [value, expected] : cases) {
+        const cfread_entry* entry = cfread_set_entry(handle, "k", value);
+        ASSERT_NE(nullptr, entry);
+        EXPECT_EQ(expected, entry->int_value) << (value != nullptr ? value : "(null)");
+        EXPECT_STREQ(value != nullptr ? value : "", entry->value);
+    }
+
+    for (int i = 3; i < 64; ++i) {
         ASSERT_EQ(i, cfread_set_entry(handle, ("k" + std::to_string(i)).c_str(), "v")->index);
     }
     EXPECT_EQ(64, handle->capacity);

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <sys/time.h>
 #include <utility>
+#include <vector>
 
 #include "CCompiledPaths.h"
 #include "CRecorder.h"
@@ -15,24 +16,9 @@ static_assert(sizeof(time_t) == 8, "32-bit processors need _TIME_BITS=64 (see cm
 
 namespace {
 
-// The time gettimeofday reports while g_fixed is set; the real clock otherwise.
-std::atomic<bool> g_fixed{false};
-std::atomic<long long> g_fixedSeconds{0};
-std::atomic<int> g_fixedMicroseconds{0};
-
-// Scoped: the clock reads `seconds`.`microseconds` until the end of the scope.
-class CFixedClock {
-public:
-    CFixedClock(long long seconds, int microseconds)
-    {
-        g_fixedSeconds = seconds;
-        g_fixedMicroseconds = microseconds;
-        g_fixed = true;
-    }
-    ~CFixedClock() { g_fixed = false; }
-    CFixedClock(const CFixedClock&) = delete;
-    CFixedClock& operator=(const CFixedClock&) = delete;
-};
+// While not negative, the time gettimeofday reports; the real clock otherwise.
+std::atomic<long long> fixedSeconds{-1};
+std::atomic<int> fixedMicroseconds{0};
 
 }  // namespace
 
@@ -40,19 +26,13 @@ public:
 // the 64-bit entry point (__gettimeofday64), which is the one the library calls.
 extern "C" int gettimeofday(timeval* __restrict tv, void* __restrict /*tz*/) noexcept
 {
-    if (g_fixed) {
-        tv->tv_sec = static_cast<time_t>(g_fixedSeconds.load());
-        tv->tv_usec = g_fixedMicroseconds;
-        return 0;
-    }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tv->tv_sec = now.tv_sec;
-    tv->tv_usec = now.tv_nsec / 1000;
+    const long long seconds = fixedSeconds;
+    tv->tv_sec = seconds >= 0 ? static_cast<time_t>(seconds) : now.tv_sec;
+    tv->tv_usec = seconds >= 0 ? fixedMicroseconds.load() : now.tv_nsec / 1000;
     return 0;
 }
-
-namespace {
 
 TEST(CVexlorTimeTest, DeliversSecondsAfter2038Intact)
 {
@@ -62,18 +42,17 @@ TEST(CVexlorTimeTest, DeliversSecondsAfter2038Intact)
 
     // Past the signed 32-bit limit (2038-01-19 03:14:08 UTC), 2100-01-01, and past the unsigned
     // 32-bit limit (9999-12-31 23:59:59).
-    const std::pair<long long, int> times[] = {{2147483648LL, 0}, {4102444800LL, 999999}, {253402300799LL, 1}};
-    for (const auto& time : times) {
-        CFixedClock fixed(time.first, time.second);
+    const std::vector<std::pair<long long, int>> times{{2147483648LL, 0}, {4102444800LL, 999999}, {253402300799LL, 1}};
+    for (const auto& [seconds, microseconds] : times) {
+        fixedMicroseconds = microseconds;
+        fixedSeconds = seconds;
         vexlor(clock, VX_INFO, "tick");
     }
+    fixedSeconds = -1;
 
-    const auto logs = CRecorder::instance().calls("log", "rec");
-    ASSERT_EQ(3u, logs.size());
-    for (std::size_t i = 0; i < logs.size(); ++i) {
-        EXPECT_EQ(times[i].first, logs[i].seconds);
-        EXPECT_EQ(times[i].second, logs[i].microseconds);
+    std::vector<std::pair<long long, int>> logged;
+    for (const CRecordedCall& record : CRecorder::instance().calls("log", "rec")) {
+        logged.emplace_back(record.seconds, record.microseconds);
     }
+    EXPECT_EQ(times, logged);
 }
-
-}  // namespace

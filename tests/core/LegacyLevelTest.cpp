@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <vexlor/vexlor.h>
@@ -18,78 +20,75 @@
 
 namespace {
 
+const std::string program = program_invocation_short_name;
+
+std::string announced(int level) { return "[Log level for " + program + " set to " + std::to_string(level) + "]"; }
+std::string reread(int level) { return "[loglevel for " + program + " set to " + std::to_string(level) + "]"; }
+
 class LegacyLevelTest : public ::testing::Test {
 protected:
-    void writeLevels(const std::string& content) const { writeFile(testpaths::legacyLevelFile(), content); }
+    static void writeLevels(const std::string& content) { writeFile(testpaths::legacyLevelFile(), content); }
+    static std::string levels() { return readFile(testpaths::legacyLevelFile()); }
+    // The start-up message needs a readable syslogd pid file.
     static void makePidFileReadable() { writeFile(testpaths::syslogdPidFile(), "1\n"); }
-
-    std::string startupMessage(int level) const
-    {
-        return "[Log level for " + m_program + " set to " + std::to_string(level) + "]";
-    }
-
-    std::string signalMessage(int level) const
-    {
-        return "[loglevel for " + m_program + " set to " + std::to_string(level) + "]";
-    }
-
-    const std::string m_program = program_invocation_short_name;
     CCompiledPaths m_paths;
     CSyslogCapture m_syslog;
 };
 
-TEST_F(LegacyLevelTest, MissingEntryIsAppendedWithLevel7)
+// A negative level counts as no entry; only the first init of the process reads the file.
+TEST_F(LegacyLevelTest, MissingOrNegativeEntryGetsTheDefaultLine)
 {
-    writeLevels("other 3\n");
+    const std::string before = program + " -4\nother 3\n";
+    writeLevels(before);
     makePidFileReadable();
     vexlor_init(nullptr, "main");
-    EXPECT_EQ("other 3\n" + m_program + " 7\n", readFile(testpaths::legacyLevelFile()));
-    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
-    EXPECT_EQ(1, m_syslog.count(startupMessage(7), 7));
-    // Only the first init of the process reads the file.
     vexlor_init(nullptr, "again");
-    EXPECT_EQ("other 3\n" + m_program + " 7\n", readFile(testpaths::legacyLevelFile()));
+    EXPECT_EQ(before + program + " 7\n", levels());
+    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
+    EXPECT_EQ(1, m_syslog.count(announced(7), 7));
 }
 
-TEST_F(LegacyLevelTest, MissingFileIsCreatedWithTheDefaultEntry)
+TEST_F(LegacyLevelTest, MissingFileIsCreatedAndWithoutSyslogdNothingIsAnnounced)
 {
     vexlor_init_novexlor("main");
-    EXPECT_EQ(m_program + " 7\n", readFile(testpaths::legacyLevelFile()));
-    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
-    // Without a readable pid file there is no start-up message.
+    EXPECT_EQ(program + " 7\n", levels());
     EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
 }
 
-TEST_F(LegacyLevelTest, ProgramLevelSetsTheMaskAndIsAnnounced)
+// The name counts anywhere in a line, and the first such line wins.
+TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
 {
-    writeLevels(m_program + " 3\n");
+    const std::string before = "x" + program + "y 3\n" + program + " 5\n";
+    writeLevels(before);
     makePidFileReadable();
     vexlor_init(nullptr, "main");
     EXPECT_EQ(0x0f, capturedLogMask());
-    EXPECT_EQ(1, m_syslog.count(startupMessage(3), 3));
-    EXPECT_EQ(m_program + " 3\n", readFile(testpaths::legacyLevelFile()));
+    EXPECT_EQ(1, m_syslog.count(announced(3), 3));
+    EXPECT_EQ(before, levels());
 }
 
 TEST_F(LegacyLevelTest, SignalRereadsTheFile)
 {
-    writeLevels(m_program + " 0\n");
+    writeLevels(program + " 0\n");
     makePidFileReadable();
     vexlor_init(nullptr, "main");
     EXPECT_EQ(0x01, capturedLogMask());
     EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
+    // From level 31 on every bit is set (and the level as priority carries facility bits).
+    for (const auto& [level, mask] : {std::pair{5, 0x3f}, std::pair{31, -1}}) {
+        writeLevels(program + " " + std::to_string(level) + "\n");
+        ASSERT_EQ(0, raise(SIGUSR1));
+        ASSERT_TRUE(m_syslog.waitFor(reread(level)));
+        EXPECT_EQ(1, m_syslog.count(reread(level), LOG_PRI(level)));
+        EXPECT_EQ(mask, capturedLogMask());
+    }
+}
 
-    writeLevels(m_program + " 5\n");
-    ASSERT_EQ(0, raise(SIGUSR1));
-    ASSERT_TRUE(m_syslog.waitFor(signalMessage(5)));
-    EXPECT_EQ(1, m_syslog.count(signalMessage(5), 5));
-    EXPECT_EQ(0x3f, capturedLogMask());
-
-    // From level 31 on every bit is set.
-    writeLevels(m_program + " 31\n");
-    ASSERT_EQ(0, raise(SIGUSR1));
-    ASSERT_TRUE(m_syslog.waitFor(signalMessage(31)));
-    EXPECT_EQ(-1, capturedLogMask());
-    EXPECT_EQ(m_program + " 31\n", readFile(testpaths::legacyLevelFile()));
+TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
+{
+    writeLevels(program);  // the name alone, not even a line feed after it
+    vexlor_init(nullptr, "main");
+    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
 }
 
 TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
@@ -100,55 +99,25 @@ TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
     if (std::getenv("VEXLOR_TEST_EMULATOR") != nullptr) {
         GTEST_SKIP() << "qemu-user (7.2) aborts a fork child of a multithreaded process that starts a thread";
     }
-    writeLevels(m_program + " 3\n");
     vexlor_init(nullptr, "main");
-    writeLevels(m_program + " 5\n");
+    writeLevels(program + " 5\n");
     const pid_t child = fork();
     ASSERT_NE(-1, child);
     if (child == 0) {
         // No gtest assertion in the child, and _exit: its result is the exit status.
         raise(SIGUSR1);
-        const bool reread = m_syslog.waitFor(signalMessage(5)) && capturedLogMask() == 0x3f;
-        _exit(reread ? 0 : 1);
+        _exit(m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 
     // The parent's level stays until the parent itself is signalled.
-    writeLevels(m_program + " 4\n");
+    writeLevels(program + " 4\n");
     ASSERT_EQ(0, raise(SIGUSR1));
-    ASSERT_TRUE(m_syslog.waitFor(signalMessage(4)));
-    EXPECT_EQ(1, m_syslog.count(signalMessage(4)));
-    EXPECT_EQ(0, m_syslog.count(signalMessage(5)));
-}
-
-TEST_F(LegacyLevelTest, FirstLineContainingTheNameWins)
-{
-    writeLevels("x" + m_program + "y 3\n" + m_program + " 5\n");
-    vexlor_init(nullptr, "main");
-    EXPECT_EQ(0x0f, capturedLogMask());
-}
-
-TEST_F(LegacyLevelTest, NegativeLevelCountsAsMissingEntry)
-{
-    writeLevels(m_program + " -4\n");
-    vexlor_init(nullptr, "main");
-    EXPECT_EQ(m_program + " -4\n" + m_program + " 7\n", readFile(testpaths::legacyLevelFile()));
-    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
-}
-
-TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
-{
-    // The name alone, not even a line feed after it.
-    writeLevels(m_program);
-    vexlor_init(nullptr, "main");
-    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
-    // The handler is in place: the signal does not end the process.
-    writeLevels(m_program + " 4\n");
-    ASSERT_EQ(0, raise(SIGUSR1));
-    ASSERT_TRUE(m_syslog.waitFor(signalMessage(4)));
-    EXPECT_EQ(0x1f, capturedLogMask());
+    ASSERT_TRUE(m_syslog.waitFor(reread(4)));
+    EXPECT_EQ(1, m_syslog.count(reread(4)));
+    EXPECT_EQ(0, m_syslog.count(reread(5)));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // The target plug-ins we ship, loaded through a configuration file like any other: the file
 // target's lines and the syslog target's messages, priorities and facility.
 #include <gtest/gtest.h>
-#include <memory>
 #include <syslog.h>
+#include <tuple>
 
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
@@ -18,11 +18,6 @@ protected:
         m_container.onCfgUpdate();
     }
 
-    void deliver(vexlor_level* level, const std::string& function, const std::string& message)
-    {
-        m_container.log(42, 1, 4102444800LL, 7, level, "main", "net", function, message);
-    }
-
     CTempDir m_dir;
     CSyslogCapture m_syslog;
     CLogTargetContainer m_container{m_dir.path(), false, nullptr};
@@ -32,8 +27,8 @@ TEST_F(ShippedTargetsTest, FileTargetAppendsOneTabSeparatedLinePerRecord)
 {
     const std::string out = m_dir.file("records.tsv");
     read("target = " VEXLOR_TEST_FILE_TARGET ", path=" + out + "\n");
-    deliver(VX_WARN, "poll", "link\tdown\nagain");
-    deliver(VX_ALL, "", "all");
+    m_container.log(42, 1, 4102444800LL, 7, VX_WARN, "main", "net", "poll", "link\tdown\nagain");
+    m_container.log(42, 1, 4102444800LL, 7, VX_ALL, "main", "net", "", "all");
     EXPECT_EQ("4102444800.000007\t42\t4\tmain\tnet\tpoll\t1\tlink down again\n"
               "4102444800.000007\t42\t32\tmain\tnet\t\t1\tall\n",
               readFile(out));
@@ -51,15 +46,15 @@ TEST_F(ShippedTargetsTest, SyslogTargetWritesRecordsAtTheirPriorityAndTakesOverS
     read("target = " VEXLOR_TEST_SYSLOG_TARGET ", facility=local3, function=1\n");
     EXPECT_TRUE(m_container.hasSyslogTarget());
     m_syslog.clear();
-    deliver(VX_ERR, "poll", "link down");
-    deliver(VX_ENTERLEAVE, "", "leaving");
-    const auto messages = m_syslog.messages();
-    ASSERT_EQ(2u, messages.size());
-    EXPECT_EQ("[net/main] poll: link down", messages[0].text);
-    EXPECT_EQ(LOG_ERR, messages[0].priority);
-    EXPECT_EQ(LOG_LOCAL3, messages[0].facility);
-    EXPECT_EQ("[net/main] leaving", messages[1].text);
-    EXPECT_EQ(LOG_DEBUG, messages[1].priority);
+    m_container.log(42, 1, 4102444800LL, 7, VX_ERR, "main", "net", "poll", "link down");
+    m_container.log(42, 1, 4102444800LL, 7, VX_ENTERLEAVE, "main", "net", "", "leaving");
+    std::vector<std::tuple<int, int, std::string>> seen;  // priority, facility, text
+    for (const CSyslogMessage& message : m_syslog.messages()) {
+        seen.emplace_back(message.priority, message.facility, message.text);
+    }
+    EXPECT_EQ((decltype(seen){{LOG_ERR, LOG_LOCAL3, "[net/main] poll: link down"},
+                              {LOG_DEBUG, LOG_LOCAL3, "[net/main] leaving"}}),
+              seen);
 
     read("");
     read("target = " VEXLOR_TEST_SYSLOG_TARGET ", facility=kernel\n");

@@ -2,6 +2,7 @@
 #include "CFailureSwitches.h"
 
 #include <atomic>
+#include <cerrno>
 #include <dlfcn.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
@@ -9,71 +10,37 @@
 
 namespace {
 
-constexpr int CALL_COUNT = 5;
+std::atomic<bool> g_failing[5];  // indexed by CFailingCall
 
-// Per call: 0 passes through, anything else is the errno of a forced failure.
-std::atomic<int> g_forcedErrors[CALL_COUNT];
-
-// The next definition after ours: the C library's, or a sanitizer's in front of it.
-template <typename Function>
-Function* next(const char* name)
+// Fails with EMFILE while the call's switch is on, else calls the next definition after ours
+// (the C library's, or a sanitizer's in front of it).
+template <CFailingCall call, typename... Args>
+int failOrPass(const char* name, Args... args)
 {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-// True (with errno set) when the call's switch is on.
-bool forcedFailure(CFailingCall call)
-{
-    const int error = g_forcedErrors[static_cast<int>(call)].load();
-    if (error == 0) {
-        return false;
+    static auto* const real = reinterpret_cast<int (*)(Args...)>(dlsym(RTLD_NEXT, name));
+    if (g_failing[static_cast<int>(call)].load()) {
+        errno = EMFILE;
+        return -1;
     }
-    errno = error;
-    return true;
+    return real(args...);
 }
 
 }  // namespace
 
-CFailureSwitch::CFailureSwitch(CFailingCall call, int error) : m_call(call)
-{
-    g_forcedErrors[static_cast<int>(m_call)].store(error);
-}
+CFailureSwitch::CFailureSwitch(CFailingCall call) : m_call(call) { g_failing[static_cast<int>(m_call)].store(true); }
 
-CFailureSwitch::~CFailureSwitch()
-{
-    g_forcedErrors[static_cast<int>(m_call)].store(0);
-}
+CFailureSwitch::~CFailureSwitch() { g_failing[static_cast<int>(m_call)].store(false); }
 
 extern "C" {
-
-int epoll_create1(int flags)
-{
-    static auto* const real = next<int(int)>("epoll_create1");
-    return forcedFailure(CFailingCall::EPOLL_CREATE1) ? -1 : real(flags);
-}
-
+int epoll_create1(int flags) { return failOrPass<CFailingCall::EPOLL_CREATE1>("epoll_create1", flags); }
 int epoll_ctl(int epfd, int op, int fd, epoll_event* event)
 {
-    static auto* const real = next<int(int, int, int, epoll_event*)>("epoll_ctl");
-    return forcedFailure(CFailingCall::EPOLL_CTL) ? -1 : real(epfd, op, fd, event);
+    return failOrPass<CFailingCall::EPOLL_CTL>("epoll_ctl", epfd, op, fd, event);
 }
-
-int inotify_init1(int flags)
-{
-    static auto* const real = next<int(int)>("inotify_init1");
-    return forcedFailure(CFailingCall::INOTIFY_INIT1) ? -1 : real(flags);
-}
-
+int inotify_init1(int flags) { return failOrPass<CFailingCall::INOTIFY_INIT1>("inotify_init1", flags); }
 int inotify_add_watch(int fd, const char* path, uint32_t mask)
 {
-    static auto* const real = next<int(int, const char*, uint32_t)>("inotify_add_watch");
-    return forcedFailure(CFailingCall::INOTIFY_ADD_WATCH) ? -1 : real(fd, path, mask);
+    return failOrPass<CFailingCall::INOTIFY_ADD_WATCH>("inotify_add_watch", fd, path, mask);
 }
-
-int pipe2(int fds[2], int flags)
-{
-    static auto* const real = next<int(int*, int)>("pipe2");
-    return forcedFailure(CFailingCall::PIPE2) ? -1 : real(fds, flags);
+int pipe2(int fds[2], int flags) { return failOrPass<CFailingCall::PIPE2>("pipe2", fds, flags); }
 }
-
-}  // extern "C"

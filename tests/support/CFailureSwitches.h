@@ -3,14 +3,12 @@
 // library's for the library too; while no switch is on they pass through to the real ones.
 #pragma once
 
-#include <cerrno>
-
 enum class CFailingCall { EPOLL_CREATE1, INOTIFY_INIT1, INOTIFY_ADD_WATCH, PIPE2, EPOLL_CTL };
 
-// Scoped: while it lives, every call of `call` fails with `error`.
+// Scoped: while it lives, every call of `call` fails with EMFILE.
 class CFailureSwitch {
 public:
-    explicit CFailureSwitch(CFailingCall call, int error = EMFILE);
+    explicit CFailureSwitch(CFailingCall call);
     ~CFailureSwitch();
     CFailureSwitch(const CFailureSwitch&) = delete;
     CFailureSwitch& operator=(const CFailureSwitch&) = delete;

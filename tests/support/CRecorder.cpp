@@ -9,15 +9,8 @@ CRecorder& CRecorder::instance()
 
 void CRecorder::add(CRecordedCall call)
 {
-    call.thread = std::this_thread::get_id();
     std::lock_guard<std::mutex> guard(m_mutex);
     m_calls.push_back(std::move(call));
-}
-
-std::vector<CRecordedCall> CRecorder::calls() const
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_calls;
 }
 
 std::vector<CRecordedCall> CRecorder::calls(const std::string& kind, const std::string& target) const
@@ -25,7 +18,7 @@ std::vector<CRecordedCall> CRecorder::calls(const std::string& kind, const std::
     std::vector<CRecordedCall> result;
     std::lock_guard<std::mutex> guard(m_mutex);
     for (const CRecordedCall& call : m_calls) {
-        if (call.kind == kind && (target.empty() || call.target == target)) {
+        if ((kind.empty() || call.kind == kind) && (target.empty() || call.target == target)) {
             result.push_back(call);
         }
     }
@@ -46,16 +39,4 @@ void CRecorder::clear()
     std::lock_guard<std::mutex> guard(m_mutex);
     m_calls.clear();
     m_factoryAvailable = true;
-}
-
-void CRecorder::setFactoryAvailable(bool available)
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_factoryAvailable = available;
-}
-
-bool CRecorder::factoryAvailable() const
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_factoryAvailable;
 }

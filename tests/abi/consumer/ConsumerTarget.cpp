@@ -29,13 +29,11 @@ private:
 
 class CFactory final : public IClassFactory {
 public:
-    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
+    IDynamicObject* createObject(const std::string&, IDynamicObjectCreationParams* params) override
     {
+        // The cast relies on the type information the library shares with its plug-ins.
         auto* targetParams = dynamic_cast<CLogTargetParameters*>(params);
-        if (className != "LogTarget" || targetParams == nullptr || targetParams->params.count("file") == 0) {
-            return nullptr;
-        }
-        return new CFileTarget(targetParams->params.at("file"));
+        return targetParams != nullptr ? new CFileTarget(targetParams->params["file"]) : nullptr;
     }
     void destroyObject(IDynamicObject* object) override { delete object; }
 };
