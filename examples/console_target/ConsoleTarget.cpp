@@ -25,18 +25,18 @@ const char* levelName(const vexlor_level* level)
     return level->numeric == 32 ? "ALL" : "LEVEL";
 }
 
-std::string parameter(const CLogTargetParameters& parameters, const std::string& key, const std::string& fallback)
-{
-    const auto found = parameters.params.find(key);
-    return found != parameters.params.end() ? found->second : fallback;
-}
-
 class CConsoleTarget final : public ILogTarget {
 public:
     explicit CConsoleTarget(const CLogTargetParameters& parameters)
-        : m_name(parameter(parameters, "name", "console"))
-        , m_prefix(parameter(parameters, "prefix", ""))
+        : m_name(targetParameter(parameters, "name", "console"))
+        , m_prefix(targetParameter(parameters, "prefix"))
     {
+    }
+
+    // Called by the factory while the parameters exist: copy what the target keeps.
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        return new (std::nothrow) CConsoleTarget(parameters);
     }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
@@ -66,25 +66,11 @@ private:
     const std::string m_prefix;
 };
 
-class CConsoleFactory final : public IClassFactory {
-public:
-    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
-    {
-        auto* parameters = dynamic_cast<CLogTargetParameters*>(params);
-        if (className != "LogTarget" || parameters == nullptr) {
-            return nullptr;
-        }
-        return new (std::nothrow) CConsoleTarget(*parameters);
-    }
-
-    void destroyObject(IDynamicObject* object) override { delete object; }
-};
-
 }  // namespace
 
 // The one symbol a target library must export; the factory lives as long as the library.
 extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
-    static CConsoleFactory factory;
+    static CLogTargetFactory<CConsoleTarget> factory;
     return &factory;
 }

@@ -67,6 +67,30 @@ protected:
     ~IClassFactory() = default;  // never deleted through this interface
 };
 
+// For target authors: the parameter `key` of the target's configuration line, or `fallback`.
+inline std::string targetParameter(const CLogTargetParameters& parameters, const std::string& key,
+                                   const std::string& fallback = std::string())
+{
+    const auto found = parameters.params.find(key);
+    return found != parameters.params.end() ? found->second : fallback;
+}
+
+// For target authors: a class factory for one target class. For class "LogTarget" it calls
+// `static ILogTarget* Target::create(const CLogTargetParameters&)` (null refuses the creation;
+// say why in syslog), and it deletes what it is handed back. A plug-in's getClassFactory then
+// returns the address of one static CLogTargetFactory<Target>.
+template <typename Target>
+class CLogTargetFactory final : public IClassFactory {
+public:
+    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
+    {
+        auto* parameters = dynamic_cast<CLogTargetParameters*>(params);
+        return className == "LogTarget" && parameters != nullptr ? Target::create(*parameters) : nullptr;
+    }
+
+    void destroyObject(IDynamicObject* object) override { delete object; }
+};
+
 // The parameter key under which a target receives the application name: "application-name".
 VEXLOR_API std::string TARGET_TOKEN_APPLICATION_NAME();
 

@@ -11,12 +11,6 @@
 
 namespace {
 
-std::string parameter(const CLogTargetParameters& parameters, const std::string& key)
-{
-    const auto found = parameters.params.find(key);
-    return found != parameters.params.end() ? found->second : std::string();
-}
-
 // One record must stay one line.
 void writeField(std::FILE* file, const std::string& text)
 {
@@ -48,6 +42,24 @@ public:
         std::fflush(m_file);
     }
 
+    // Without a file to write there is no target; the library reports the failed creation.
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        const std::string path = targetParameter(parameters, "path");
+        std::FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
+        if (file == nullptr) {
+            syslog(LOG_ERR, "file target: unable to open \"%s\" - %s", path.c_str(),
+                   path.empty() ? "no path= parameter given" : std::strerror(errno));
+            return nullptr;
+        }
+        const std::string name = targetParameter(parameters, "name");
+        auto* target = new (std::nothrow) CFileTarget(name.empty() ? "file" : name, file);
+        if (target == nullptr) {
+            std::fclose(file);
+        }
+        return target;
+    }
+
     void onComponentAdded(vexlor_component*) override {}
     std::string getName() override { return m_name; }
     int isSyslogTarget() override { return 0; }
@@ -58,37 +70,10 @@ private:
     std::FILE* const m_file;
 };
 
-class CFileFactory final : public IClassFactory {
-public:
-    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
-    {
-        auto* parameters = dynamic_cast<CLogTargetParameters*>(params);
-        if (className != "LogTarget" || parameters == nullptr) {
-            return nullptr;
-        }
-        // Without a file to write there is no target; the library reports the failed creation.
-        const std::string path = parameter(*parameters, "path");
-        std::FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
-        if (file == nullptr) {
-            syslog(LOG_ERR, "file target: unable to open \"%s\" - %s", path.c_str(),
-                   path.empty() ? "no path= parameter given" : std::strerror(errno));
-            return nullptr;
-        }
-        std::string name = parameter(*parameters, "name");
-        auto* target = new (std::nothrow) CFileTarget(name.empty() ? "file" : name, file);
-        if (target == nullptr) {
-            std::fclose(file);
-        }
-        return target;
-    }
-
-    void destroyObject(IDynamicObject* object) override { delete object; }
-};
-
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
-    static CFileFactory factory;
+    static CLogTargetFactory<CFileTarget> factory;
     return &factory;
 }

@@ -11,12 +11,6 @@
 
 namespace {
 
-std::string parameter(const CLogTargetParameters& parameters, const std::string& key)
-{
-    const auto found = parameters.params.find(key);
-    return found != parameters.params.end() ? found->second : std::string();
-}
-
 // 0 keeps the facility of openlog; -1 for a name that is not a facility.
 int facilityCode(const std::string& name)
 {
@@ -54,6 +48,20 @@ public:
         }
     }
 
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        const std::string facilityName = targetParameter(parameters, "facility");
+        const int facility = facilityCode(facilityName);
+        if (facility < 0) {
+            syslog(LOG_ERR, "syslog target: unknown facility \"%s\" (user, daemon, local0 to local7)",
+                   facilityName.c_str());
+            return nullptr;
+        }
+        const std::string name = targetParameter(parameters, "name");
+        return new (std::nothrow)
+            CSyslogTarget(name.empty() ? "syslog" : name, facility, targetParameter(parameters, "function") == "1");
+    }
+
     void onComponentAdded(vexlor_component*) override {}
     std::string getName() override { return m_name; }
     int isSyslogTarget() override { return 1; }
@@ -65,32 +73,10 @@ private:
     const bool m_withFunction;
 };
 
-class CSyslogFactory final : public IClassFactory {
-public:
-    IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) override
-    {
-        auto* parameters = dynamic_cast<CLogTargetParameters*>(params);
-        if (className != "LogTarget" || parameters == nullptr) {
-            return nullptr;
-        }
-        const int facility = facilityCode(parameter(*parameters, "facility"));
-        if (facility < 0) {
-            syslog(LOG_ERR, "syslog target: unknown facility \"%s\" (user, daemon, local0 to local7)",
-                   parameter(*parameters, "facility").c_str());
-            return nullptr;
-        }
-        const std::string name = parameter(*parameters, "name");
-        return new (std::nothrow)
-            CSyslogTarget(name.empty() ? "syslog" : name, facility, parameter(*parameters, "function") == "1");
-    }
-
-    void destroyObject(IDynamicObject* object) override { delete object; }
-};
-
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
-    static CSyslogFactory factory;
+    static CLogTargetFactory<CSyslogTarget> factory;
     return &factory;
 }

@@ -9,6 +9,11 @@ namespace {
 class CFileTarget final : public ILogTarget {
 public:
     explicit CFileTarget(std::string path) : m_path(std::move(path)) {}
+    // The factory's cast to the parameters relies on the type information the library shares.
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        return new CFileTarget(targetParameter(parameters, "file"));
+    }
 
     void log(int, int, long long, int, vexlor_level*, const std::string&, const std::string& componentName,
              const std::string&, const std::string& message) override
@@ -27,21 +32,10 @@ private:
     std::string m_path;
 };
 
-class CFactory final : public IClassFactory {
-public:
-    IDynamicObject* createObject(const std::string&, IDynamicObjectCreationParams* params) override
-    {
-        // The cast relies on the type information the library shares with its plug-ins.
-        auto* targetParams = dynamic_cast<CLogTargetParameters*>(params);
-        return targetParams != nullptr ? new CFileTarget(targetParams->params["file"]) : nullptr;
-    }
-    void destroyObject(IDynamicObject* object) override { delete object; }
-};
-
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
-    static CFactory factory;
+    static CLogTargetFactory<CFileTarget> factory;
     return &factory;
 }
