@@ -3,28 +3,15 @@
 
 namespace {
 
-class CNullTarget final : public ILogTarget {
+class CNullTarget final : public CLogTargetBase {
 public:
+    explicit CNullTarget(const CLogTargetParameters& parameters) : CLogTargetBase(parameters, "null") {}
     void log(int, int, long long, int, vexlor_level*, const std::string&, const std::string&, const std::string&,
              const std::string&) override
     {
     }
-    void onComponentAdded(vexlor_component*) override {}
-    std::string getName() override { return "null"; }
-    int isSyslogTarget() override { return 0; }
-    void setAppname(const std::string&) override {}
-};
-
-class CNullFactory final : public IClassFactory {
-public:
-    IDynamicObject* createObject(const std::string&, IDynamicObjectCreationParams*) override { return new CNullTarget; }
-    void destroyObject(IDynamicObject* object) override { delete object; }
 };
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
-{
-    static CNullFactory factory;
-    return &factory;
-}
+VEXLOR_TARGET_PLUGIN(CNullTarget)

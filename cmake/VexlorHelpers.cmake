@@ -2,10 +2,13 @@
 
 set(VEXLOR_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wformat=2)
 
-# vexlor_add_target_plugin(<name> SOURCES ... [OUTPUT_DIRECTORY dir] [LIBRARIES ...])
-# A log-target plug-in: a MODULE library with plain exported hooks, built against the SDK only.
+# vexlor_add_target_plugin(<name> SOURCES ... [LIBRARIES ...] [OUTPUT_DIRECTORY dir]
+#                          [INSTALL [COMPONENT component]])
+# A log-target plug-in: a MODULE library built against the SDK only, exporting nothing but its
+# hooks. INSTALL ships it into VEXLOR_PLUGIN_DIR (install component `runtime` unless given) and
+# lists it in the global property VEXLOR_SHIPPED_TARGETS, where tests and tools find it.
 function(vexlor_add_target_plugin name)
-  cmake_parse_arguments(ARG "" "OUTPUT_DIRECTORY" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "INSTALL" "OUTPUT_DIRECTORY;COMPONENT" "SOURCES;LIBRARIES" ${ARGN})
   add_library(${name} MODULE ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE vexlor::vexlor ${ARG_LIBRARIES})
   target_compile_options(${name} PRIVATE ${VEXLOR_WARNINGS})
@@ -16,5 +19,12 @@ function(vexlor_add_target_plugin name)
   target_link_options(${name} PRIVATE "LINKER:-Bsymbolic")
   if(ARG_OUTPUT_DIRECTORY)
     set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${ARG_OUTPUT_DIRECTORY})
+  endif()
+  if(ARG_INSTALL)
+    if(NOT ARG_COMPONENT)
+      set(ARG_COMPONENT runtime)
+    endif()
+    install(TARGETS ${name} LIBRARY DESTINATION ${VEXLOR_PLUGIN_DIR} COMPONENT ${ARG_COMPONENT})
+    set_property(GLOBAL APPEND PROPERTY VEXLOR_SHIPPED_TARGETS ${name})
   endif()
 endfunction()

@@ -1,18 +1,16 @@
 // A log target built against the installed SDK only: appends "<component>|<message>" for every
 // record to the file named by its "file" parameter.
 #include <cstdio>
-#include <utility>
 #include <vexlor/vexlor_target.h>
 
 namespace {
 
-class CFileTarget final : public ILogTarget {
+class CConsumerTarget final : public CLogTargetBase {
 public:
-    explicit CFileTarget(std::string path) : m_path(std::move(path)) {}
     // The factory's cast to the parameters relies on the type information the library shares.
-    static ILogTarget* create(const CLogTargetParameters& parameters)
+    explicit CConsumerTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "consumer-file"), m_path(targetParameter(parameters, "file"))
     {
-        return new CFileTarget(targetParameter(parameters, "file"));
     }
 
     void log(int, int, long long, int, vexlor_level*, const std::string&, const std::string& componentName,
@@ -23,19 +21,11 @@ public:
             std::fclose(out);
         }
     }
-    void onComponentAdded(vexlor_component*) override {}
-    std::string getName() override { return "consumer-file"; }
-    int isSyslogTarget() override { return 0; }
-    void setAppname(const std::string&) override {}
 
 private:
-    std::string m_path;
+    const std::string m_path;
 };
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
-{
-    static CLogTargetFactory<CFileTarget> factory;
-    return &factory;
-}
+VEXLOR_TARGET_PLUGIN(CConsumerTarget)

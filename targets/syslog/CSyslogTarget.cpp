@@ -5,13 +5,13 @@
 // Parameters: name=<target name> (default "syslog"), facility=user|daemon|local0..local7
 // (default: the one the library opened syslog with), function=1 (put the traced function
 // before the message).
-#include <new>
+#include <stdexcept>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
 namespace {
 
-// 0 keeps the facility of openlog; -1 for a name that is not a facility.
+// 0 keeps the facility of openlog.
 int facilityCode(const std::string& name)
 {
     if (name.empty()) {
@@ -26,13 +26,15 @@ int facilityCode(const std::string& name)
     if (name.size() == 6 && name.compare(0, 5, "local") == 0 && name[5] >= '0' && name[5] <= '7') {
         return LOG_LOCAL0 + (name[5] - '0') * (LOG_LOCAL1 - LOG_LOCAL0);
     }
-    return -1;
+    throw std::runtime_error("syslog target: unknown facility \"" + name + "\" (user, daemon, local0 to local7)");
 }
 
-class CSyslogTarget final : public ILogTarget {
+class CSyslogTarget final : public CLogTargetBase {
 public:
-    CSyslogTarget(std::string name, int facility, bool withFunction)
-        : m_name(std::move(name)), m_facility(facility), m_withFunction(withFunction)
+    explicit CSyslogTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "syslog")
+        , m_facility(facilityCode(targetParameter(parameters, "facility")))
+        , m_withFunction(targetParameter(parameters, "function") == "1")
     {
     }
 
@@ -48,35 +50,13 @@ public:
         }
     }
 
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        const std::string facilityName = targetParameter(parameters, "facility");
-        const int facility = facilityCode(facilityName);
-        if (facility < 0) {
-            syslog(LOG_ERR, "syslog target: unknown facility \"%s\" (user, daemon, local0 to local7)",
-                   facilityName.c_str());
-            return nullptr;
-        }
-        const std::string name = targetParameter(parameters, "name");
-        return new (std::nothrow)
-            CSyslogTarget(name.empty() ? "syslog" : name, facility, targetParameter(parameters, "function") == "1");
-    }
-
-    void onComponentAdded(vexlor_component*) override {}
-    std::string getName() override { return m_name; }
     int isSyslogTarget() override { return 1; }
-    void setAppname(const std::string&) override {}
 
 private:
-    const std::string m_name;
     const int m_facility;
     const bool m_withFunction;
 };
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
-{
-    static CLogTargetFactory<CSyslogTarget> factory;
-    return &factory;
-}
+VEXLOR_TARGET_PLUGIN(CSyslogTarget)

@@ -5,38 +5,31 @@
 // - Lock: never wait inside a call for another thread that logs (it waits for you). Logging
 //   through the library from inside a call is allowed; the record comes back to you nested.
 // - Lifetimes: strings passed in are valid only during the call; the creation parameters only
-//   inside createObject. Component records stay valid for the life of the process.
-// - getName returns the same name every time: it is the target's key in the registry.
-// - Exceptions must not escape from any call.
-// Parameters: name=<target name> (default "console"), prefix=<text put before every line>.
+//   inside the constructor. Component records stay valid for the life of the process.
+// - getName returns the same name every time: it is the target's key in the registry
+//   (CLogTargetBase takes it from name=, with the default given below).
+// - Exceptions must not escape from any call; throw only from the constructor, to refuse the
+//   creation with a message for syslog.
+// Parameters: name=<target name> (default "example"), prefix=<text put before every line>.
 #include <cstdio>
 #include <ctime>
-#include <new>
 #include <vexlor/vexlor_target.h>
 
 namespace {
 
 const char* levelName(const vexlor_level* level)
 {
-    static const char* const NAMES[] = {"EMERG", "ALERT", "CRIT", "ERR", "WARN", "NOTICE", "INFO", "DEBUG", "ENTER"};
-    if (level->numeric < sizeof NAMES / sizeof NAMES[0]) {
-        return NAMES[level->numeric];
-    }
-    return level->numeric == 32 ? "ALL" : "LEVEL";
+    static const char* const NAMES[] = {"EMERG", "ALERT", "CRIT", "ERR", "WARN", "NOTICE", "INFO", "DEBUG", "TRACE"};
+    return level->numeric < sizeof NAMES / sizeof NAMES[0] ? NAMES[level->numeric] : "LEVEL";
 }
 
-class CConsoleTarget final : public ILogTarget {
+class CConsoleExampleTarget final : public CLogTargetBase {
 public:
-    explicit CConsoleTarget(const CLogTargetParameters& parameters)
-        : m_name(targetParameter(parameters, "name", "console"))
+    // Copy what the target keeps: the parameters exist only while it is made.
+    explicit CConsoleExampleTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "example")
         , m_prefix(targetParameter(parameters, "prefix"))
     {
-    }
-
-    // Called by the factory while the parameters exist: copy what the target keeps.
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return new (std::nothrow) CConsoleTarget(parameters);
     }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
@@ -56,21 +49,11 @@ public:
         std::fflush(stdout);
     }
 
-    void onComponentAdded(vexlor_component*) override {}
-    std::string getName() override { return m_name; }
-    int isSyslogTarget() override { return 0; }
-    void setAppname(const std::string&) override {}
-
 private:
-    const std::string m_name;
     const std::string m_prefix;
 };
 
 }  // namespace
 
 // The one symbol a target library must export; the factory lives as long as the library.
-extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
-{
-    static CLogTargetFactory<CConsoleTarget> factory;
-    return &factory;
-}
+VEXLOR_TARGET_PLUGIN(CConsoleExampleTarget)

@@ -5,8 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <new>
-#include <syslog.h>
+#include <stdexcept>
 #include <vexlor/vexlor_target.h>
 
 namespace {
@@ -19,9 +18,23 @@ void writeField(std::FILE* file, const std::string& text)
     }
 }
 
-class CFileTarget final : public ILogTarget {
+std::FILE* openForAppending(const std::string& path)
+{
+    std::FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
+    if (file == nullptr) {
+        throw std::runtime_error("file target: unable to open \"" + path + "\" - " +
+                                 (path.empty() ? "no path= parameter given" : std::strerror(errno)));
+    }
+    return file;
+}
+
+class CFileTarget final : public CLogTargetBase {
 public:
-    CFileTarget(std::string name, std::FILE* file) : m_name(std::move(name)), m_file(file) {}
+    explicit CFileTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "file")
+        , m_file(openForAppending(targetParameter(parameters, "path")))
+    {
+    }
     ~CFileTarget() override { std::fclose(m_file); }
     CFileTarget(const CFileTarget&) = delete;
     CFileTarget& operator=(const CFileTarget&) = delete;
@@ -42,38 +55,10 @@ public:
         std::fflush(m_file);
     }
 
-    // Without a file to write there is no target; the library reports the failed creation.
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        const std::string path = targetParameter(parameters, "path");
-        std::FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
-        if (file == nullptr) {
-            syslog(LOG_ERR, "file target: unable to open \"%s\" - %s", path.c_str(),
-                   path.empty() ? "no path= parameter given" : std::strerror(errno));
-            return nullptr;
-        }
-        const std::string name = targetParameter(parameters, "name");
-        auto* target = new (std::nothrow) CFileTarget(name.empty() ? "file" : name, file);
-        if (target == nullptr) {
-            std::fclose(file);
-        }
-        return target;
-    }
-
-    void onComponentAdded(vexlor_component*) override {}
-    std::string getName() override { return m_name; }
-    int isSyslogTarget() override { return 0; }
-    void setAppname(const std::string&) override {}
-
 private:
-    const std::string m_name;
     std::FILE* const m_file;
 };
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()
-{
-    static CLogTargetFactory<CFileTarget> factory;
-    return &factory;
-}
+VEXLOR_TARGET_PLUGIN(CFileTarget)
