@@ -1,5 +1,11 @@
 // vexlor: the application interface of the process-wide logging library libvexlor.so.1.
 // Levels, components, logging, function tracing, hex dumps and the application name.
+//
+// Threads: every function here may be called from any thread at any time, except the two that
+// set the application name (vexlor_set_applicationname and its _novexlor twin): the application
+// sets its name from one thread, normally at start-up, and not while other threads read it
+// through vexlor_get_application_name. Tracing state and the thread name belong to the calling
+// thread. A component's mask may change at any time (configuration re-reads, another thread).
 #ifndef VEXLOR_VEXLOR_H
 #define VEXLOR_VEXLOR_H
 
