@@ -9,7 +9,7 @@
 #include <vector>
 #include <vexlor/cfread.h>
 
-#include "core/diag.h"
+#include "base/diag.h"
 #include "levels/IComponentCfgUpdateSink.h"
 #include "targets/CContainerLock.h"
 #include "targets/CLogTargetContainer.h"

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "core/diag.h"
-#include "core/processId.h"
-#include "core/retryOnEintr.h"
+#include "base/diag.h"
+#include "base/processId.h"
+#include "base/retryOnEintr.h"
 #include "targets/CContainerLock.h"
 #include "targets/CLogTargetContainer.h"
 

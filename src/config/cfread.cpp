@@ -8,8 +8,8 @@
 #include <cstring>
 #include <syslog.h>
 
-#include "core/diag.h"
-#include "core/strtol32.h"
+#include "base/diag.h"
+#include "base/strtol32.h"
 
 namespace {
 

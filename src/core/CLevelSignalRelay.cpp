@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "core/LegacyLevel.h"
-#include "core/diag.h"
-#include "core/retryOnEintr.h"
+#include "base/diag.h"
+#include "base/retryOnEintr.h"
 
 namespace {
 

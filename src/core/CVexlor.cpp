@@ -8,7 +8,7 @@
 #include <syslog.h>
 
 #include "core/LegacyLevel.h"
-#include "core/buildPaths.h"
+#include "base/buildPaths.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include <vexlor/vexlor.h>
 
-#include "core/CRecursiveMutex.h"
+#include "base/CRecursiveMutex.h"
 #include "levels/IComponentCfgUpdateSink.h"
 #include "targets/CLogTargetContainer.h"
 

@@ -6,7 +6,7 @@
 #include <syslog.h>
 
 #include "core/CVexlor.h"
-#include "core/processId.h"
+#include "base/processId.h"
 #include "levels/componentLevel.h"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 #include "core/CLevelSignalRelay.h"
-#include "core/buildPaths.h"
-#include "core/strtol32.h"
+#include "base/buildPaths.h"
+#include "base/strtol32.h"
 
 namespace vx {
 

@@ -5,7 +5,7 @@
 #include <syslog.h>
 
 #include "core/CVexlor.h"
-#include "core/diag.h"
+#include "base/diag.h"
 #include "levels/LevelStore.h"
 #include "levels/componentRegistry.h"
 

@@ -4,7 +4,7 @@
 #include <syslog.h>
 
 #include "core/CVexlor.h"
-#include "core/diag.h"
+#include "base/diag.h"
 #include "levels/LevelDescriptionParser.h"
 #include "levels/componentLevel.h"
 #include "levels/componentRegistry.h"

@@ -4,7 +4,7 @@
 #include <boost/tokenizer.hpp>
 #include <vector>
 
-#include "core/strtol32.h"
+#include "base/strtol32.h"
 
 namespace vx {
 

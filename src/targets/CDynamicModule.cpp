@@ -6,7 +6,7 @@
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
-#include "core/diag.h"
+#include "base/diag.h"
 
 namespace {
 

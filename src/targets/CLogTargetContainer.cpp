@@ -6,7 +6,7 @@
 #include <system_error>
 #include <vexlor/vexlor_target.h>
 
-#include "core/diag.h"
+#include "base/diag.h"
 #include "targets/CContainerLock.h"
 
 const std::string CLogTargetContainer::LOG_TARGET_CLASS_NAME = "LogTarget";

@@ -11,8 +11,8 @@
 
 #include <vexlor/vexlor.h>
 
-#include "core/CRecursiveMutex.h"
-#include "core/visibility.h"
+#include "base/CRecursiveMutex.h"
+#include "base/visibility.h"
 #include "targets/CDynamicModule.h"
 
 class IComponentCfgUpdateSink;

@@ -4,7 +4,7 @@
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
-#include "core/diag.h"
+#include "base/diag.h"
 #include "targets/CDynamicModule.h"
 #include "targets/CLogTargetContainer.h"
 #include "targets/targetLine.h"

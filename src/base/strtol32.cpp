@@ -1,5 +1,5 @@
 // 32-bit strtol semantics (see strtol32.h).
-#include "core/strtol32.h"
+#include "base/strtol32.h"
 
 #include <limits>
 

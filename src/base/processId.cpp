@@ -1,5 +1,5 @@
 // Cached process id, refreshed in fork children (see processId.h).
-#include "core/processId.h"
+#include "base/processId.h"
 
 #include <atomic>
 #include <pthread.h>

@@ -1,5 +1,5 @@
 // Diagnostics to syslog (see diag.h).
-#include "core/diag.h"
+#include "base/diag.h"
 
 #include <cstdarg>
 #include <cstring>

@@ -1,5 +1,5 @@
 // Locking of CRecursiveMutex, kept out of line with its rare failure path.
-#include "core/CRecursiveMutex.h"
+#include "base/CRecursiveMutex.h"
 
 #include <system_error>
 
