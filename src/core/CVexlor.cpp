@@ -9,6 +9,7 @@
 
 #include "core/LegacyLevel.h"
 #include "base/buildPaths.h"
+#include "levels/LevelDescriptionParser.h"
 
 namespace {
 
@@ -100,6 +101,14 @@ std::atomic<bool> noVexlorInstanceGone{false};
 
 thread_local CVexlor::CThreadData CVexlor::thread_data;
 
+// Handed out when a new component cannot be allocated; every level passes. Parsed from the
+// empty description string like every component, so it has no descriptions.
+vexlor_component CVexlor::ms_OOMFallbackComp = [] {
+    vexlor_component component{"OOM-Ohno!", 0xFFFFFFFFu, {}};
+    vx::parseLevelDescriptions(component, std::string());
+    return component;
+}();
+
 CVexlor::CVexlor(bool enableConfig)
     : m_container(VEXLOR_CONFIG_DIR, enableConfig, this)
 {
@@ -169,25 +178,46 @@ const std::string& CVexlor::getAppname() const
     return m_appname;
 }
 
-// The one lock order of the library: the container's mutex first, the component registry's
-// second. Component creation announces components to the targets (which needs the container's
-// mutex) while it holds the registry, and a configuration read sets component levels (which
-// needs the registry) while it holds the container's mutex. Taking the container's mutex here,
-// before the registry's, makes every path acquire the two in the same order; both are recursive,
-// so the inner re-entries never block.
 void CVexlor::lockComponents()
 {
-    m_container.lock();
-    try {
-        m_componentsMutex.lock();
-    } catch (...) {
-        m_container.unlock();
-        throw;
-    }
+    m_registry.lock();
 }
 
 void CVexlor::unlockComponents()
 {
-    m_componentsMutex.unlock();
-    m_container.unlock();
+    m_registry.unlock();
+}
+
+vexlor_component* CVexlor::createComponent(const std::string& name, vexlor_level* level,
+                                           const std::string& descriptions)
+{
+    vexlor_component* component = m_registry.create(name, level, descriptions);
+    return component != nullptr ? component : &ms_OOMFallbackComp;
+}
+
+vexlor_component* CVexlor::getComponentByName(const std::string& name)
+{
+    return m_registry.find(name);
+}
+
+void CVexlor::setComponentLevel(const std::string& name, unsigned int mask)
+{
+    m_registry.setLevel(name, mask);
+}
+
+int CVexlor::updateComponentLevel(const std::string& name, const std::string& bits)
+{
+    m_registry.updateLevel(name, bits);
+    return 0;
+}
+
+void CVexlor::getComponentNames(std::vector<std::string>& names)
+{
+    m_registry.appendNames(names);
+}
+
+void CVexlor::getLevelDescriptions(const std::string& name,
+                                   std::vector<std::pair<unsigned int, std::string>>& descriptions)
+{
+    m_registry.appendDescriptions(name, descriptions);
 }

@@ -11,7 +11,8 @@
 
 #include <vexlor/vexlor.h>
 
-#include "base/CRecursiveMutex.h"
+#include "base/visibility.h"
+#include "levels/CComponentRegistry.h"
 #include "levels/IComponentCfgUpdateSink.h"
 #include "targets/CLogTargetContainer.h"
 
@@ -57,7 +58,7 @@ public:
 
     static int level_to_prio(vexlor_level* level);
 
-    // The component registry (src/levels/CVexlorComponents.cpp).
+    // The component registry: forwarders to m_registry.
     vexlor_component* createComponent(const std::string& name, vexlor_level* level, const std::string& descriptions);
     // The caller holds the registry lock (lockComponents).
     vexlor_component* getComponentByName(const std::string& name);
@@ -66,9 +67,24 @@ public:
     void getComponentNames(std::vector<std::string>& names);
     void getLevelDescriptions(const std::string& name, std::vector<std::pair<unsigned int, std::string>>& descriptions);
 
+    VEXLOR_LOCAL CComponentRegistry& components() { return m_registry; }
+
 private:
-    std::map<std::string, vexlor_component*> m_components;  // guarded by m_componentsMutex
-    CRecursiveMutex m_componentsMutex;                      // see lockComponents for the lock order
-    std::string m_appname;
+    // The registry announces components through the container, and takes the container's lock
+    // before its own (the one lock order, see CComponentRegistry::lock).
+    class VEXLOR_LOCAL CContainerLink final : public IComponentAnnouncer {
+    public:
+        explicit CContainerLink(CLogTargetContainer& container) : m_container(container) {}
+        void lock() override { m_container.lock(); }
+        void unlock() override { m_container.unlock(); }
+        void announce(vexlor_component* component) override { m_container.onComponentAdded(component); }
+
+    private:
+        CLogTargetContainer& m_container;
+    };
+
+    CContainerLink m_link{m_container};  // refers to m_container before it is built: used only after
+    CComponentRegistry m_registry{m_link};
+    std::string m_appname;               // written only by the thread that names the application
     CLogTargetContainer m_container;
 };

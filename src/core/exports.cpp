@@ -7,7 +7,6 @@
 #include "core/CVexlor.h"
 #include "base/diag.h"
 #include "levels/LevelStore.h"
-#include "levels/componentRegistry.h"
 
 namespace {
 
@@ -87,7 +86,7 @@ const std::string& vexlor_get_name_by_component(const vexlor_component* componen
 
 vexlor_component* vexlor_get_component_by_name(const std::string& name)
 {
-    return vx::lockedComponentByName(*CVexlor::getInstance(), name);
+    return CVexlor::getInstance()->components().findLocked(name);
 }
 
 void vexlor_get_component_names(std::vector<std::string>& names) { CVexlor::getInstance()->getComponentNames(names); }
@@ -105,7 +104,7 @@ void vexlor_set_component_level(const std::string& name, unsigned int mask)
 
 unsigned int vexlor_get_component_level(const std::string& name)
 {
-    return vx::lockedComponentLevel(*CVexlor::getInstance(), name);
+    return CVexlor::getInstance()->components().levelOf(name);
 }
 
 unsigned int vexlor_level_to_mask(const vexlor_level* level) { return level != nullptr ? level->mask : 0u; }
