@@ -1,23 +1,15 @@
-// A POSIX recursive mutex owned by the object that holds it. Set-up failures are not reported:
-// such a mutex reports its error when it is locked.
+// A POSIX recursive mutex owned by the object that holds it, taken around fork in its rank (see
+// forkSafety.h). Set-up failures are not reported: such a mutex reports its error when locked.
 #pragma once
 
 #include <pthread.h>
 
+#include "base/forkSafety.h"
+
 class CRecursiveMutex {
 public:
-    CRecursiveMutex()
-    {
-        pthread_mutexattr_t attr;
-        if (pthread_mutexattr_init(&attr) != 0) {
-            return;
-        }
-        if (pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE) == 0) {
-            pthread_mutex_init(&m_mutex, &attr);
-        }
-        pthread_mutexattr_destroy(&attr);
-    }
-    ~CRecursiveMutex() { pthread_mutex_destroy(&m_mutex); }
+    explicit CRecursiveMutex(vx::LockRank rank);
+    ~CRecursiveMutex();
     CRecursiveMutex(const CRecursiveMutex&) = delete;
     CRecursiveMutex& operator=(const CRecursiveMutex&) = delete;
 

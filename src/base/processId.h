@@ -4,8 +4,11 @@
 namespace vx {
 
 // Exactly what getpid() returns now: the value is kept by the library and refreshed in the child
-// after fork() (pthread_atfork). Children made by raw clone() or vfork() that go on logging
+// after fork() (see forkSafety.h). Children made by raw clone() or vfork() that go on logging
 // without exec are not covered.
 int currentPid();
+
+// For the fork child handler only.
+void refreshPidInChild();
 
 }  // namespace vx

@@ -1,17 +1,43 @@
-// CVexlor instances, construction and destruction, thread names, the application name, the
-// one-time syslog set-up and the component lock.
+// CVexlor: its instances, thread and application names, the log path and everything that makes
+// records (messages, the syslog-style call, tracing, dumps). Components go to the registry.
 #include "core/CVexlor.h"
 
 #include <atomic>
 #include <cerrno>  // program_invocation_short_name
+#include <cstdio>
 #include <libgen.h>
+#include <sys/time.h>
 #include <syslog.h>
 
-#include "core/LegacyLevel.h"
 #include "base/buildPaths.h"
+#include "base/diag.h"
+#include "base/processId.h"
+#include "core/CInstanceSlot.h"
+#include "core/LegacyLevel.h"
+#include "core/dumpLine.h"
 #include "levels/LevelDescriptionParser.h"
+#include "levels/componentLevel.h"
 
 namespace {
+
+// Messages are cut to MESSAGE_BUFFER_SIZE - 1 characters.
+constexpr std::size_t MESSAGE_BUFFER_SIZE = 2048;
+
+// The length of the formatted message. A null format is a caller error; it formats as an
+// empty message instead of crashing.
+std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format, va_list args)
+{
+    if (format == nullptr) {
+        buffer[0] = '\0';
+        return 0;
+    }
+    const int length = vsnprintf(buffer, sizeof buffer, format, args);
+    if (length < 0) {
+        buffer[0] = '\0';
+        return 0;
+    }
+    return static_cast<std::size_t>(length) < sizeof buffer ? static_cast<std::size_t>(length) : sizeof buffer - 1;
+}
 
 // Set once the one-time syslog set-up has run; shared by both instances.
 std::atomic<bool> syslogReady{false};
@@ -19,90 +45,26 @@ std::atomic<bool> syslogReady{false};
 void setUpSyslogOnce()
 {
     bool expected = false;
-    if (!syslogReady.compare_exchange_strong(expected, true)) {
-        return;
+    if (syslogReady.compare_exchange_strong(expected, true)) {
+        vx::openSyslog(basename(program_invocation_short_name));
+        vx::applyLegacyLevelFile();
     }
-    openlog(basename(program_invocation_short_name), LOG_PID | LOG_NDELAY, LOG_USER);
-    vx::applyLegacyLevelFile();
 }
 
-// Marks, for the constructing thread, the instance being built: the configured start loads
-// plug-ins whose hooks and targets may call the library, which must reach the instance under
-// construction instead of waiting for its own construction to end. The count keeps the
-// thread-local lookup off the path of every later call (see getInstance).
-std::atomic<int> constructionsUnderWay{0};
-
-class CConstructionMark {
-public:
-    CConstructionMark(CVexlor* instance, CVexlor*& constructingHere) : m_here(constructingHere)
-    {
-        m_here = instance;
-        constructionsUnderWay.fetch_add(1);
-    }
-    // Still active only when the construction threw. Later the thread-local must not be
-    // touched: it belongs to the constructing thread, which may be gone by then.
-    ~CConstructionMark() { end(); }
-    CConstructionMark(const CConstructionMark&) = delete;
-    CConstructionMark& operator=(const CConstructionMark&) = delete;
-
-    void end()
-    {
-        if (m_active) {
-            m_active = false;
-            m_here = nullptr;
-            constructionsUnderWay.fetch_sub(1);
-        }
-    }
-
-private:
-    CVexlor*& m_here;
-    bool m_active = true;
-};
+// The thread start and end lines, cut like every message.
+std::size_t cutLength(const std::string& text)
+{
+    return text.size() < MESSAGE_BUFFER_SIZE ? text.size() : MESSAGE_BUFFER_SIZE - 1;
+}
 
 thread_local CVexlor* mainConstructingHere = nullptr;
 thread_local CVexlor* noVexlorConstructingHere = nullptr;
-
-// An instance with the flag that says its destruction has begun. The flag is set in the
-// destructor's body, before the instance is taken apart; it is trivially destructible, so
-// threads that still log while the process exits can read it.
-class CInstanceSlot {
-public:
-    CInstanceSlot(bool enableConfig, std::atomic<bool>& gone, CVexlor*& constructingHere)
-        : m_gone(gone)
-        , m_mark(&m_instance, constructingHere)
-        , m_instance(enableConfig)
-    {
-        m_mark.end();
-    }
-    ~CInstanceSlot() { m_gone.store(true, std::memory_order_release); }
-    CInstanceSlot(const CInstanceSlot&) = delete;
-    CInstanceSlot& operator=(const CInstanceSlot&) = delete;
-
-    CVexlor* get() { return m_gone.load(std::memory_order_acquire) ? standIn() : &m_instance; }
-
-private:
-    // What callers get once the instance is being destroyed: a quiet instance without
-    // configuration or targets, never destroyed, so that late calls neither crash nor log.
-    static CVexlor* standIn()
-    {
-        static CVexlor* const quiet = new CVexlor(false);
-        return quiet;
-    }
-
-    std::atomic<bool>& m_gone;
-    CConstructionMark m_mark;
-    CVexlor m_instance;
-};
-
-std::atomic<bool> mainInstanceGone{false};
-std::atomic<bool> noVexlorInstanceGone{false};
 
 }  // namespace
 
 thread_local CVexlor::CThreadData CVexlor::thread_data;
 
-// Handed out when a new component cannot be allocated; every level passes. Parsed from the
-// empty description string like every component, so it has no descriptions.
+// Parsed from the empty description string like every component, so it has no descriptions.
 vexlor_component CVexlor::ms_OOMFallbackComp = [] {
     vexlor_component component{"OOM-Ohno!", 0xFFFFFFFFu, {}};
     vx::parseLevelDescriptions(component, std::string());
@@ -116,27 +78,25 @@ CVexlor::CVexlor(bool enableConfig)
     m_appname = "[no-appname-set]";
 }
 
-CVexlor::~CVexlor()
-{
-    // Members go in reverse order: m_container first (it ends the worker and unloads the
-    // targets). The component records themselves stay allocated: applications may still hold them.
-}
+// Members go in reverse order: m_container first (it ends the worker and unloads the targets).
+// The component records themselves stay allocated: applications may still hold them.
+CVexlor::~CVexlor() = default;
 
 CVexlor* CVexlor::getInstance()
 {
-    if (constructionsUnderWay.load(std::memory_order_relaxed) != 0 && mainConstructingHere != nullptr) {
-        return mainConstructingHere;
+    if (CVexlor* building = CInstanceSlot::underConstruction(mainConstructingHere)) {
+        return building;
     }
-    static CInstanceSlot slot(true, mainInstanceGone, mainConstructingHere);
+    static CInstanceSlot slot(true, mainConstructingHere);
     return slot.get();
 }
 
 CVexlor* CVexlor::getInstance_NoVexlor()
 {
-    if (constructionsUnderWay.load(std::memory_order_relaxed) != 0 && noVexlorConstructingHere != nullptr) {
-        return noVexlorConstructingHere;
+    if (CVexlor* building = CInstanceSlot::underConstruction(noVexlorConstructingHere)) {
+        return building;
     }
-    static CInstanceSlot slot(false, noVexlorInstanceGone, noVexlorConstructingHere);
+    static CInstanceSlot slot(false, noVexlorConstructingHere);
     return slot.get();
 }
 
@@ -148,14 +108,18 @@ void CVexlor::init(vexlor_component* component, const char* name, bool announce)
         return;
     }
     thread_data.threadName = name;
-    if (component != nullptr && announce) {
-        vexlor(component, VX_ENTERLEAVE, "----- Thread %s started.", name);
+    if (component != nullptr && announce && vx::isEnabled(component, VX_ENTERLEAVE)) {
+        const std::string text = "----- Thread " + thread_data.threadName + " started.";
+        emit(component, VX_ENTERLEAVE, text.data(), cutLength(text));
     }
 }
 
 void CVexlor::done(vexlor_component* component)
 {
-    vexlor(component, VX_ENTERLEAVE, "----- Thread %s ending.", thread_data.threadName.c_str());
+    if (vx::isEnabled(component, VX_ENTERLEAVE)) {
+        const std::string text = "----- Thread " + thread_data.threadName + " ending.";
+        emit(component, VX_ENTERLEAVE, text.data(), cutLength(text));
+    }
     thread_data.threadName = "<thrd done>";
 }
 
@@ -169,7 +133,7 @@ const char* CVexlor::setApplicationname(const std::string& name)
 const char* CVexlor::setApplicationname_Novexlor(const std::string& name)
 {
     m_appname = name;
-    openlog(m_appname.c_str(), LOG_PID | LOG_NDELAY, LOG_USER);
+    vx::openSyslog(m_appname);
     return m_appname.c_str();
 }
 
@@ -186,6 +150,119 @@ void CVexlor::lockComponents()
 void CVexlor::unlockComponents()
 {
     m_registry.unlock();
+}
+
+void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
+{
+    if (!vx::isEnabled(component, level)) {
+        return;
+    }
+    char buffer[MESSAGE_BUFFER_SIZE];
+    const std::size_t length = formatMessage(buffer, format, args);
+    emit(component, level, buffer, length);
+}
+
+void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length)
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const int pid = vx::currentPid();
+    CThreadData& self = thread_data;
+    if (self.emitting == self.texts.size()) {
+        self.texts.emplace_back();
+        self.texts.back().message.reserve(MESSAGE_BUFFER_SIZE);
+    }
+    CThreadData::CTexts& texts = self.texts[self.emitting];
+    texts.message.assign(text, length);
+    if (self.functionNames.empty()) {
+        texts.function.clear();
+    } else {
+        texts.function = self.functionNames.front();
+    }
+    // Counted down on every path: the container may throw (a failed lock, a target).
+    struct CNesting {
+        std::size_t& count;
+        explicit CNesting(std::size_t& c) : count(c) { ++count; }
+        ~CNesting() { --count; }
+    } nesting(self.emitting);
+    m_container.log(pid, self.depth, now.tv_sec, static_cast<int>(now.tv_usec), level, self.threadName,
+                    component->name, texts.function, texts.message);
+}
+
+void CVexlor::emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text)
+{
+    if (vx::isEnabled(component, level)) {
+        emit(component, level, text, std::char_traits<char>::length(text));
+    }
+}
+
+void CVexlor::vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
+{
+    char buffer[MESSAGE_BUFFER_SIZE];
+    const std::size_t length = formatMessage(buffer, format, args);
+    // Unfiltered on purpose: syslog gets the text whatever the component's mask, unless a target
+    // already writes the records there.
+    if (!m_container.hasSyslogTarget()) {
+        vx::diag(level_to_prio(level), "%s", buffer);
+    }
+    if (vx::isEnabled(component, level)) {
+        emit(component, level, buffer, length);
+    }
+}
+
+void CVexlor::enterFunction(vexlor_component* component, const char* functionName)
+{
+    CThreadData& self = thread_data;
+    // Build the copy first: a null name throws before anything changed.
+    self.functionNames.push_front(std::string(functionName));
+    emitIfEnabled(component, VX_ENTERLEAVE, "entering");
+    ++self.depth;
+}
+
+void CVexlor::leaveFunction(vexlor_component* component)
+{
+    CThreadData& self = thread_data;
+    // Depth first, name last: "leaving" carries the same name and depth as "entering" did.
+    --self.depth;
+    emitIfEnabled(component, VX_ENTERLEAVE, "leaving");
+    if (!self.functionNames.empty()) {
+        self.functionNames.pop_front();
+    }
+}
+
+void CVexlor::dump(vexlor_component* component, vexlor_level* level, const void* data, unsigned int length)
+{
+    // Filtered once before any line is formatted; each line is a record of its own, filtered
+    // again like any other (the mask may change during a long dump).
+    if (!vx::isEnabled(component, level)) {
+        return;
+    }
+    if (data == nullptr) {
+        emitIfEnabled(component, level, "<NULL>");
+        return;
+    }
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    char line[vx::DUMP_LINE_SIZE];
+    for (unsigned long long offset = 0; offset < length; offset += 16) {
+        if (vx::isEnabled(component, level)) {
+            const auto count = static_cast<unsigned int>(length - offset < 16 ? length - offset : 16);
+            emit(component, level, line, vx::formatDumpLine(line, static_cast<unsigned int>(offset), bytes, count));
+        }
+    }
+}
+
+void CVexlor::formatDumpLine(std::string& line, unsigned int offset, const unsigned char* data, unsigned int count)
+{
+    char text[vx::DUMP_LINE_SIZE];
+    line.assign(text, vx::formatDumpLine(text, offset, data, count));
+}
+
+int CVexlor::level_to_prio(vexlor_level* level)
+{
+    if (level == nullptr || level->numeric >= LOG_DEBUG) {
+        return LOG_DEBUG;
+    }
+    return static_cast<int>(level->numeric);
 }
 
 vexlor_component* CVexlor::createComponent(const std::string& name, vexlor_level* level,

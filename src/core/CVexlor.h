@@ -1,10 +1,11 @@
 // The process-wide logging object: the main instance (configuration, targets, watcher) and the
-// NoVexlor instance (syslog side only), the log path, tracing, dumps and the component registry.
+// NoVexlor instance (syslog side only). Its members are the binary interface; the component
+// registry (src/levels) and the target container (src/targets) do most of the work.
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <deque>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,11 +19,21 @@
 
 class VEXLOR_API CVexlor final : public IComponentCfgUpdateSink {
 public:
-    // Each thread's own record, built on its first log call and destroyed when it ends.
+    // Each thread's own record, built on its first use and destroyed when the thread ends.
     struct CThreadData {
         std::deque<std::string> functionNames;  // innermost traced function at the front
         int depth = 0;                          // function nesting depth
         std::string threadName{"<no name>"};
+        // The texts of the records this thread is emitting, one entry per nesting level (a target
+        // that logs from inside its own call nests). They keep their capacity, so an ordinary
+        // record allocates nothing; a deque, so that an entry never moves while an outer
+        // delivery still hands it to targets.
+        struct CTexts {
+            std::string message;
+            std::string function;
+        };
+        std::deque<CTexts> texts;
+        std::size_t emitting = 0;  // records of this thread under delivery
     };
     static thread_local CThreadData thread_data;
 
@@ -37,20 +48,19 @@ public:
     static CVexlor* getInstance();
     static CVexlor* getInstance_NoVexlor();
 
-    // Lifecycle and names (CVexlor.cpp).
+    // Thread names, the application name, the component lock.
     void init(vexlor_component* component, const char* name, bool announce);
     void done(vexlor_component* component);
+    // The name is set from one thread (normally at start-up); m_appname is read without a lock.
     const char* setApplicationname(const std::string& name);
     const char* setApplicationname_Novexlor(const std::string& name);
     const std::string& getAppname() const;
     void lockComponents();
     void unlockComponents();
 
-    // The log path (CVexlorLog.cpp).
+    // Records: messages, the syslog-style call, function tracing and hex dumps.
     void log(vexlor_component* component, vexlor_level* level, const char* format, va_list args);
     void vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args);
-
-    // Function tracing and hex dumps (CVexlorTrace.cpp, CVexlorDump.cpp).
     void enterFunction(vexlor_component* component, const char* functionName);
     void leaveFunction(vexlor_component* component);
     void dump(vexlor_component* component, vexlor_level* level, const void* data, unsigned int length);
@@ -70,6 +80,12 @@ public:
     VEXLOR_LOCAL CComponentRegistry& components() { return m_registry; }
 
 private:
+    // The one step every record takes after the filter: time, pid, the thread's record, the
+    // container. `text` is the finished message.
+    VEXLOR_LOCAL void emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length);
+    // Filter, then emit: for the library's own fixed texts.
+    VEXLOR_LOCAL void emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text);
+
     // The registry announces components through the container, and takes the container's lock
     // before its own (the one lock order, see CComponentRegistry::lock).
     class VEXLOR_LOCAL CContainerLink final : public IComponentAnnouncer {

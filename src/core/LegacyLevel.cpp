@@ -9,6 +9,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "base/diag.h"
 #include "core/CLevelSignalRelay.h"
 #include "base/buildPaths.h"
 #include "base/strtol32.h"
@@ -75,7 +76,7 @@ void applyLegacyLevelFile()
     }
     setlogmask(maskUpTo(level));
     if (level != 0 && access(VEXLOR_SYSLOGD_PID_FILE, R_OK) == 0) {
-        syslog(level, "[Log level for %s set to %d]", programName(), level);
+        vx::diag(level, "[Log level for %s set to %d]", programName(), level);
     }
     CLevelSignalRelay::install();
 }
@@ -88,7 +89,7 @@ void onLevelSignal()
     }
     setlogmask(maskUpTo(level));
     if (level != 0) {
-        syslog(level, "[loglevel for %s set to %d]", programName(), level);
+        vx::diag(level, "[loglevel for %s set to %d]", programName(), level);
     }
 }
 

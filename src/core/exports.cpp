@@ -7,6 +7,7 @@
 #include "core/CVexlor.h"
 #include "base/diag.h"
 #include "levels/LevelStore.h"
+#include "levels/componentLevel.h"
 
 namespace {
 
@@ -26,6 +27,12 @@ extern "C" {
 
 void vexlor(vexlor_component* component, vexlor_level* level, const char* format, ...)
 {
+    // The filter that CVexlor::log starts with, before the instance or the arguments are touched.
+    // It needs nothing of the instance: a component comes from the registry or is the fallback
+    // component, so whoever holds one has made the main instance already.
+    if (!vx::isEnabled(component, level)) {
+        return;
+    }
     va_list args;
     va_start(args, format);
     CVexlor::getInstance()->log(component, level, format, args);

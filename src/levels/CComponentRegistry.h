@@ -50,7 +50,7 @@ public:
 
 private:
     IComponentAnnouncer& m_announcer;
-    CRecursiveMutex m_mutex;  // recursive: updateLevel creates under it
+    CRecursiveMutex m_mutex{vx::LockRank::COMPONENTS};  // recursive: updateLevel creates under it
     // Guarded by m_mutex, as are writes to the records' masks and descriptions. The records are
     // never freed: applications keep their handles for the life of the process.
     std::map<std::string, vexlor_component*> m_components;

@@ -5,6 +5,8 @@
 #include <pthread.h>
 #include <system_error>
 
+#include "base/forkSafety.h"
+
 namespace vx {
 
 namespace {
@@ -16,6 +18,8 @@ pthread_mutex_t storeMutex = PTHREAD_MUTEX_INITIALIZER;
 std::list<vexlor_level>& store()
 {
     static std::list<vexlor_level> levels;
+    static const bool forkSafe = (registerForkLock(&storeMutex, LockRank::LEVEL_STORE, false), true);
+    (void)forkSafe;
     return levels;
 }
 

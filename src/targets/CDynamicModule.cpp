@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <dlfcn.h>
+#include <link.h>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
@@ -14,11 +15,21 @@ const std::string INIT_HOOK = "dynamic_module_init";
 const std::string DONE_HOOK = "dynamic_module_done";
 const std::string FACTORY_SYMBOL = "getClassFactory";
 
-// dlsym hands out data pointers; a plug-in's hooks are functions.
+// The symbol as the opened library itself defines it, or null. dlsym also searches the libraries
+// the handle depends on, and a handle of the main program (dlopen of "") the whole global scope,
+// where an earlier plug-in's hooks live: taken from there, a factory would outlive its library.
 template <typename Function>
 Function lookUp(void* handle, const std::string& symbol)
 {
-    return reinterpret_cast<Function>(dlsym(handle, symbol.c_str()));
+    void* address = dlsym(handle, symbol.c_str());
+    link_map* own = nullptr;
+    Dl_info info{};
+    link_map* found = nullptr;
+    if (address == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &own) != 0 ||
+        dladdr1(address, &info, reinterpret_cast<void**>(&found), RTLD_DL_LINKMAP) == 0 || found != own) {
+        return nullptr;
+    }
+    return reinterpret_cast<Function>(address);
 }
 
 }  // namespace
@@ -53,7 +64,12 @@ int CDynamicModule::load(void* arg)
         vx::diag(LOG_DEBUG, "Dynamic module %s already loaded", m_libPath.c_str());
         return -1;
     }
-    m_handle = dlopen(m_libPath.c_str(), RTLD_LAZY | RTLD_GLOBAL);
+    // An empty path would open the main program: it is no plug-in library.
+    if (m_libPath.empty()) {
+        errno = ENOENT;
+    } else {
+        m_handle = dlopen(m_libPath.c_str(), RTLD_LAZY | RTLD_GLOBAL);
+    }
     if (m_handle == nullptr) {
         vx::diag(LOG_ERR, "Unable to open shared library \"%s\" - error=%s", m_libPath.c_str(),
                      vx::errnoText(errno));

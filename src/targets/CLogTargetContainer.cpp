@@ -1,13 +1,14 @@
-// The container frame: construction, destruction, and the operations that reach every target
-// (fan-out of records, component announcements, the application name).
+// The container frame and its members, most of them forwarders to the class that does the work.
 #include "targets/CLogTargetContainer.h"
 
 #include <syslog.h>
 #include <system_error>
+#include <unistd.h>
 #include <vexlor/vexlor_target.h>
 
 #include "base/diag.h"
-#include "targets/CContainerLock.h"
+
+using CContainerLock = CScopedLock<CLogTargetContainer>;
 
 const std::string CLogTargetContainer::LOG_TARGET_CLASS_NAME = "LogTarget";
 
@@ -20,7 +21,7 @@ std::string TARGET_TOKEN_APPLICATION_NAME()
 CLogTargetContainer::CLogTargetContainer(const std::string& cfgDirectory, bool enableConfig,
                                          IComponentCfgUpdateSink* sink)
     : m_cfgDirectory(cfgDirectory)
-    , m_cfgUpdateSink(sink)
+    , m_configRead(m_link, sink)
 {
     if (enableConfig) {
         startWatcher();
@@ -29,14 +30,31 @@ CLogTargetContainer::CLogTargetContainer(const std::string& cfgDirectory, bool e
 
 CLogTargetContainer::~CLogTargetContainer()
 {
-    stopWatcher();
+    m_watcher.stop();
     // Under the lock all the same: threads that still log while the process exits finish their
     // delivery before the targets go, and find none afterwards.
     try {
         CContainerLock guard(*this);
-        releaseAllTargets();
+        m_targets.releaseAll();
     } catch (const std::system_error&) {
-        releaseAllTargets();
+        m_targets.releaseAll();
+    }
+}
+
+void CLogTargetContainer::startWatcher()
+{
+    onCfgUpdate();
+    if (init_fds() != 0 || init_epoll_evts() != 0) {
+        vx::diag(LOG_ERR, "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
+        return;
+    }
+    m_watcher.startWorker();
+}
+
+CLogTargetContainer::CBusy::~CBusy() noexcept(false)
+{
+    if (--m_container.m_busy == 0 && m_container.m_readPending) {
+        m_container.readNow();
     }
 }
 
@@ -45,23 +63,22 @@ void CLogTargetContainer::log(int pid, int depth, long long seconds, int microse
                               const std::string& functionName, const std::string& message)
 {
     CContainerLock guard(*this);
-    for (auto& entry : m_targets) {
-        entry.second.logTarget->log(pid, depth, seconds, microseconds, level, threadName, componentName,
-                                    functionName, message);
-    }
+    CBusy busy(*this);
+    m_targets.forEach([&](ILogTarget& target) {
+        target.log(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
+    });
 }
 
 void CLogTargetContainer::onComponentAdded(vexlor_component* component)
 {
     CContainerLock guard(*this);
-    for (auto& entry : m_targets) {
-        entry.second.logTarget->onComponentAdded(component);
-    }
+    CBusy busy(*this);
+    m_targets.forEach([component](ILogTarget& target) { target.onComponentAdded(component); });
 }
 
 bool CLogTargetContainer::hasSyslogTarget() const
 {
-    return m_hasSyslogTarget.load(std::memory_order_relaxed);
+    return m_configRead.hasSyslogTarget();
 }
 
 void CLogTargetContainer::setAppname(const std::string& name)
@@ -75,9 +92,8 @@ void CLogTargetContainer::setAppname(const std::string& name)
         CContainerLock guard(*this);
         m_appname = name;
         onCfgUpdate();
-        for (auto& entry : m_targets) {
-            entry.second.logTarget->setAppname(m_appname);
-        }
+        CBusy busy(*this);
+        m_targets.forEach([this](ILogTarget& target) { target.setAppname(m_appname); });
     }
     // Sent after the lock is released: the worker never waits for it here.
     if (threadNotfiyAppname() != 0) {
@@ -93,4 +109,126 @@ void CLogTargetContainer::lock()
 void CLogTargetContainer::unlock()
 {
     m_mutex.unlock();
+}
+
+void CLogTargetContainer::onCfgUpdate()
+{
+    CContainerLock guard(*this);
+    if (m_busy > 0) {
+        m_readPending = true;  // started from inside a target: runs when the outermost call ends
+        return;
+    }
+    readNow();
+}
+
+void CLogTargetContainer::readNow()
+{
+    do {
+        m_readPending = false;
+        CBusy busy(*this);
+        m_configRead.run(m_cfgDirectory, m_appname);
+    } while (m_readPending);
+}
+
+std::string CLogTargetContainer::getDefaultCfgFilename() const
+{
+    return CConfigRead::defaultFile(m_cfgDirectory);
+}
+
+std::string CLogTargetContainer::getAppCfgFilename() const
+{
+    return CConfigRead::appFile(m_cfgDirectory, m_appname);
+}
+
+int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* user)
+{
+    if (key == nullptr || value == nullptr || user == nullptr) {
+        return 1;
+    }
+    return static_cast<CLogTargetContainer*>(user)->OnCallbackCfRead(key, value);
+}
+
+int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::string& value)
+{
+    return m_configRead.dispatch(key, value);
+}
+
+int CLogTargetContainer::onCfgParamComponent(const std::string& /*key*/, const std::string& value)
+{
+    return m_configRead.applyComponentLine(value);
+}
+
+int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std::string& value)
+{
+    m_targets.applyTargetLine(value, m_appname);
+    return 0;
+}
+
+std::string CLogTargetContainer::CLink::appConfigFile()
+{
+    // setAppname writes the name under the lock on another thread.
+    CContainerLock guard(m_container);
+    return m_container.getAppCfgFilename();
+}
+
+void CLogTargetContainer::onAppnameChanged()
+{
+    m_watcher.moveWatch();
+}
+
+int CLogTargetContainer::notifyThread(thread_notification notification)
+{
+    return m_watcher.notify(static_cast<CConfigWatcher::Message>(notification));
+}
+
+int CLogTargetContainer::threadNotifyTerminate()
+{
+    return notifyThread(notify_terminate);
+}
+
+int CLogTargetContainer::threadNotfiyAppname()
+{
+    return notifyThread(notify_appname);
+}
+
+void* CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container)
+{
+    if (container != nullptr) {
+        container->threadStartup();
+    }
+    return nullptr;
+}
+
+void CLogTargetContainer::threadStartup()
+{
+    threadEventLoop();
+}
+
+void* CLogTargetContainer::threadEventLoop()
+{
+    m_watcher.eventLoop();
+    return nullptr;
+}
+
+int CLogTargetContainer::init_fds()
+{
+    return m_watcher.openDescriptors(getDefaultCfgFilename());
+}
+
+int CLogTargetContainer::init_epoll_evts()
+{
+    return m_watcher.registerEvents();
+}
+
+void CLogTargetContainer::close_fd(int& fd)
+{
+    if (fd != -1) {
+        close(fd);  // never retried: the descriptor is released even on EINTR
+        fd = -1;
+    }
+}
+
+void CLogTargetContainer::close_wd(int& wd)
+{
+    m_watcher.removeWatch(wd);
 }

@@ -1,29 +1,19 @@
-// The target container: the registry of loaded log targets with the fan-out of records, the
-// configuration read that fills it, and the worker thread that watches the configuration file.
-// The fan-out lives in src/targets, the configuration read and the watcher in src/config.
+// The target container: everything between the logging core and the log targets. Its members
+// are the binary interface; the work is done by the classes it forwards to: the target registry
+// (here), the configuration read and the watcher (src/config).
 #pragma once
 
-#include <atomic>
-#include <map>
-#include <memory>
 #include <string>
-#include <thread>
 
 #include <vexlor/vexlor.h>
 
 #include "base/CRecursiveMutex.h"
 #include "base/visibility.h"
-#include "targets/CDynamicModule.h"
+#include "config/CConfigRead.h"
+#include "config/CConfigWatcher.h"
+#include "targets/CTargetRegistry.h"
 
 class IComponentCfgUpdateSink;
-class ILogTarget;
-
-// One entry of the target registry.
-struct CPluggableLogModule {
-    std::unique_ptr<CDynamicModule> module;  // the target's plug-in library
-    ILogTarget* logTarget = nullptr;         // handed back to module's factory exactly once
-    bool configured = false;                 // named by the configuration read under way
-};
 
 class VEXLOR_API CLogTargetContainer {
 public:
@@ -51,17 +41,16 @@ public:
              const std::string& threadName, const std::string& componentName,
              const std::string& functionName, const std::string& message);
 
-    // One configuration read (src/config/CLogTargetContainerConfig.cpp).
+    // The configuration read (CConfigRead) and the target registry (CTargetRegistry).
     void onCfgUpdate();
     std::string getDefaultCfgFilename() const;
     std::string getAppCfgFilename() const;
     static int Callback_Cfread(const char* key, const char* value, void* user);
     int OnCallbackCfRead(const std::string& key, const std::string& value);
     int onCfgParamComponent(const std::string& key, const std::string& value);
-    // One `target` line (src/targets/CLogTargetContainerTargets.cpp).
     int onCfgParamTarget(const std::string& key, const std::string& value);
 
-    // The watcher (src/config/CLogTargetContainerWatcher.cpp).
+    // The watcher (CConfigWatcher).
     void onAppnameChanged();
     int notifyThread(thread_notification notification);
     int threadNotifyTerminate();
@@ -75,28 +64,51 @@ public:
     void close_wd(int& wd);
 
 private:
-    VEXLOR_LOCAL void startWatcher();
-    VEXLOR_LOCAL void stopWatcher();
-    VEXLOR_LOCAL bool isForkChild() const;
-    VEXLOR_LOCAL bool sweepTargets();  // true when a kept target writes to syslog
-    VEXLOR_LOCAL void releaseAllTargets();
-    VEXLOR_LOCAL std::string lockedAppCfgFilename();  // the per-application file name, read under the lock
+    // How the configuration read and the watcher reach back into the container.
+    class VEXLOR_LOCAL CLink final : public IConfigReadClient, public IWatcherClient {
+    public:
+        explicit CLink(CLogTargetContainer& container) : m_container(container) {}
+        void lock() override { m_container.lock(); }
+        void unlock() override { m_container.unlock(); }
+        int onTargetLine(const std::string& key, const std::string& value) override
+        {
+            return m_container.onCfgParamTarget(key, value);
+        }
+        bool sweepTargets() override { return m_container.m_targets.sweep(); }
+        void onConfigChanged() override { m_container.onCfgUpdate(); }
+        std::string appConfigFile() override;
 
-    std::string m_cfgDirectory;
-    std::map<std::string, CPluggableLogModule> m_targets;  // guarded by m_mutex
-    std::unique_ptr<std::thread> m_workerThread;           // null while no worker runs
-    // Recursive: a configuration read re-enters through onComponentAdded, and a target may log
-    // from inside any call. Lock order with the component registry: see CVexlor::lockComponents.
-    CRecursiveMutex m_mutex;
-    std::atomic<bool> m_hasSyslogTarget{false};  // written only during a configuration read
-    std::string m_appname;               // written under m_mutex
-    IComponentCfgUpdateSink* m_cfgUpdateSink;
-    int m_epollFd = -1;                  // the worker's, after construction
-    int m_inotifyFd = -1;                // the worker's, after construction
-    int m_watchDescriptor = -1;          // the worker's, after construction
-    int m_pipeReadFd = -1;               // the worker's, after construction
-    int m_pipeWriteFd = -1;              // written by any thread, one 4-byte message at a time
-    // The process that opened the descriptors and runs the worker. A fork child shares the
-    // descriptors but has no worker: it must neither message nor stop the parent's.
-    int m_ownerPid = 0;
+    private:
+        CLogTargetContainer& m_container;
+    };
+
+    // Counts the calls into targets and the configuration reads under way on the thread that holds
+    // the lock. A read that a target starts from inside one of them (by setting the application
+    // name) waits until the outermost has ended, so no target is unloaded while a call into a
+    // target is on the stack, and the registry never changes under a fan-out.
+    class VEXLOR_LOCAL CBusy {
+    public:
+        explicit CBusy(CLogTargetContainer& container) : m_container(container) { ++m_container.m_busy; }
+        ~CBusy() noexcept(false);  // may run the waiting read, which a target could throw from
+        CBusy(const CBusy&) = delete;
+        CBusy& operator=(const CBusy&) = delete;
+
+    private:
+        CLogTargetContainer& m_container;
+    };
+
+    VEXLOR_LOCAL void startWatcher();
+    VEXLOR_LOCAL void readNow();
+
+    const std::string m_cfgDirectory;
+    // Recursive: a configuration read re-enters through onComponentAdded, and a target may log from
+    // inside any call. Taken before a component registry's lock (see CComponentRegistry::lock).
+    CRecursiveMutex m_mutex{vx::LockRank::CONTAINER};
+    int m_busy = 0;              // guarded by m_mutex
+    bool m_readPending = false;  // guarded by m_mutex
+    std::string m_appname;       // written under m_mutex; read by the worker under it too
+    CTargetRegistry m_targets;   // guarded by m_mutex
+    CLink m_link{*this};
+    CConfigRead m_configRead;
+    CConfigWatcher m_watcher{m_link};  // last: ended first at destruction
 };

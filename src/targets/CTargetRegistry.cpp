@@ -1,11 +1,11 @@
-// The target registry: one `target` line loads or marks a plug-in, the sweep after a successful
-// configuration read unloads what the file no longer names, and destruction releases the rest.
+// The target registry (see CTargetRegistry.h).
+#include "targets/CTargetRegistry.h"
+
 #include <cerrno>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
 #include "base/diag.h"
-#include "targets/CDynamicModule.h"
 #include "targets/CLogTargetContainer.h"
 #include "targets/targetLine.h"
 
@@ -23,7 +23,7 @@ void destroyTarget(CPluggableLogModule& entry)
         // Without its factory the target cannot be destroyed safely: leave it allocated, close
         // the library all the same.
         vx::diag(LOG_WARNING, "logtarget-container: no classfactory in lib \"%s\" - log-target not destroyed",
-                     entry.module->getLibPath().c_str());
+                 entry.module->getLibPath().c_str());
     }
     entry.logTarget = nullptr;
     entry.module.reset();
@@ -31,17 +31,17 @@ void destroyTarget(CPluggableLogModule& entry)
 
 }  // namespace
 
-int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std::string& value)
+void CTargetRegistry::applyTargetLine(const std::string& value, const std::string& appname)
 {
     CLogTargetParameters parameters;
-    const std::string libPath = vx::parseTargetLine(value, m_appname, parameters.params);
+    const std::string libPath = vx::parseTargetLine(value, appname, parameters.params);
 
     for (auto& entry : m_targets) {
         if (entry.second.module->getLibPath() == libPath) {
             // Reused as it is: its creation parameters stay, this line's are dropped.
             vx::diag(LOG_DEBUG, "logtarget-container: library \"%s\" already loaded", libPath.c_str());
             entry.second.configured = true;
-            return 0;
+            return;
         }
     }
 
@@ -49,38 +49,35 @@ int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std:
     if (module->load(nullptr) != 0) {
         const int err = errno;
         vx::diag(LOG_ERR, "logtarget-container: Unable to load the logtarget-library \"%s\" - errno=%i(%s)",
-                     libPath.c_str(), err, vx::errnoText(err));
-        return 0;
+                 libPath.c_str(), err, vx::errnoText(err));
+        return;
     }
     IClassFactory* factory = module->getClassFactory();
     if (factory == nullptr) {
-        vx::diag(LOG_ERR, "logtarget-container: Unable to retrieve the classfactory from lib \"%s\"",
-                     libPath.c_str());
-        return 0;
+        vx::diag(LOG_ERR, "logtarget-container: Unable to retrieve the classfactory from lib \"%s\"", libPath.c_str());
+        return;
     }
-    IDynamicObject* object = factory->createObject(LOG_TARGET_CLASS_NAME, &parameters);
+    IDynamicObject* object = factory->createObject(CLogTargetContainer::LOG_TARGET_CLASS_NAME, &parameters);
     auto* target = dynamic_cast<ILogTarget*>(object);
     if (target == nullptr) {
         vx::diag(LOG_ERR, "logtarget-container: Unable to create LogTarget from lib \"%s\"", libPath.c_str());
         if (object != nullptr) {
             factory->destroyObject(object);
         }
-        return 0;
+        return;
     }
     const std::string name = target->getName();
     if (m_targets.count(name) != 0) {
         // The first registered keeps the name; the existing entry is not marked.
-        vx::diag(LOG_WARNING, "logtarget-container: Target %s already loaded, but from different path",
-                     name.c_str());
+        vx::diag(LOG_WARNING, "logtarget-container: Target %s already loaded, but from different path", name.c_str());
         factory->destroyObject(target);
-        return 0;
+        return;
     }
     vx::diag(LOG_DEBUG, "will load target %s from lib %s", name.c_str(), libPath.c_str());
     m_targets.emplace(name, CPluggableLogModule{std::move(module), target, true});
-    return 0;
 }
 
-bool CLogTargetContainer::sweepTargets()
+bool CTargetRegistry::sweep()
 {
     bool syslogTarget = false;
     for (auto it = m_targets.begin(); it != m_targets.end();) {
@@ -95,14 +92,14 @@ bool CLogTargetContainer::sweepTargets()
             continue;
         }
         vx::diag(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
-                     entry.logTarget->getName().c_str(), entry.module->getLibPath().c_str());
+                 entry.logTarget->getName().c_str(), entry.module->getLibPath().c_str());
         auto node = m_targets.extract(it++);
         destroyTarget(node.mapped());
     }
     return syslogTarget;
 }
 
-void CLogTargetContainer::releaseAllTargets()
+void CTargetRegistry::releaseAll()
 {
     while (!m_targets.empty()) {
         auto node = m_targets.extract(m_targets.begin());

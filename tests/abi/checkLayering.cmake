@@ -1,0 +1,22 @@
+# Checks the layering of src/: a file of a subsystem includes only from its own folder and the
+# folders below it (base <- levels <- config <- targets <- core).
+#   cmake -DSOURCE_DIR=<src> -P <this file>
+set(layers base levels config targets core)
+set(failures "")
+foreach(layer IN LISTS layers)
+  list(FIND layers ${layer} rank)
+  file(GLOB files ${SOURCE_DIR}/${layer}/*.h ${SOURCE_DIR}/${layer}/*.cpp ${SOURCE_DIR}/${layer}/*.h.in)
+  foreach(file IN LISTS files)
+    file(STRINGS ${file} includes REGEX "^#include \"[a-z]+/")
+    foreach(line IN LISTS includes)
+      string(REGEX REPLACE "^#include \"([a-z]+)/.*" "\\1" used "${line}")
+      list(FIND layers ${used} usedRank)
+      if(usedRank GREATER rank)
+        string(APPEND failures "\n  ${file}: ${line} (${used} is above ${layer})")
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+if(failures)
+  message(FATAL_ERROR "includes that point up a layer:${failures}")
+endif()
