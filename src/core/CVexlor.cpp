@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>  // program_invocation_short_name
 #include <cstdio>
+#include <deque>
 #include <libgen.h>
 #include <sys/time.h>
 #include <syslog.h>
@@ -56,6 +57,21 @@ std::size_t cutLength(const std::string& text)
 {
     return text.size() < MESSAGE_BUFFER_SIZE ? text.size() : MESSAGE_BUFFER_SIZE - 1;
 }
+
+// The texts of the records a thread is emitting, one entry per nesting level (a target that logs
+// from inside its own call nests). They keep their capacity, so an ordinary record allocates
+// nothing; a deque, so that an entry never moves while an outer delivery still hands it out.
+struct CRecordTexts {
+    std::string message;
+    std::string function;
+};
+
+struct CEmitting {
+    std::deque<CRecordTexts> texts;
+    std::size_t depth = 0;  // records of this thread under delivery
+};
+
+thread_local CEmitting emitting;
 
 thread_local CVexlor* mainConstructingHere = nullptr;
 thread_local CVexlor* noVexlorConstructingHere = nullptr;
@@ -168,11 +184,12 @@ void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char*
     gettimeofday(&now, nullptr);
     const int pid = vx::currentPid();
     CThreadData& self = thread_data;
-    if (self.emitting == self.texts.size()) {
-        self.texts.emplace_back();
-        self.texts.back().message.reserve(MESSAGE_BUFFER_SIZE);
+    CEmitting& current = emitting;
+    if (current.depth == current.texts.size()) {
+        current.texts.emplace_back();
+        current.texts.back().message.reserve(MESSAGE_BUFFER_SIZE);
     }
-    CThreadData::CTexts& texts = self.texts[self.emitting];
+    CRecordTexts& texts = current.texts[current.depth];
     texts.message.assign(text, length);
     if (self.functionNames.empty()) {
         texts.function.clear();
@@ -181,10 +198,10 @@ void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char*
     }
     // Counted down on every path: the container may throw (a failed lock, a target).
     struct CNesting {
-        std::size_t& count;
-        explicit CNesting(std::size_t& c) : count(c) { ++count; }
-        ~CNesting() { --count; }
-    } nesting(self.emitting);
+        std::size_t& depth;
+        explicit CNesting(std::size_t& d) : depth(d) { ++depth; }
+        ~CNesting() { --depth; }
+    } nesting(current.depth);
     m_container.log(pid, self.depth, now.tv_sec, static_cast<int>(now.tv_usec), level, self.threadName,
                     component->name, texts.function, texts.message);
 }

@@ -24,16 +24,6 @@ public:
         std::deque<std::string> functionNames;  // innermost traced function at the front
         int depth = 0;                          // function nesting depth
         std::string threadName{"<no name>"};
-        // The texts of the records this thread is emitting, one entry per nesting level (a target
-        // that logs from inside its own call nests). They keep their capacity, so an ordinary
-        // record allocates nothing; a deque, so that an entry never moves while an outer
-        // delivery still hands it to targets.
-        struct CTexts {
-            std::string message;
-            std::string function;
-        };
-        std::deque<CTexts> texts;
-        std::size_t emitting = 0;  // records of this thread under delivery
     };
     static thread_local CThreadData thread_data;
 
