@@ -2,12 +2,18 @@
 #include "CCompiledPaths.h"
 
 #include <filesystem>
+#include <unistd.h>
 
 #include "CTempDir.h"
 #include "testPaths.h"
 
 CCompiledPaths::CCompiledPaths()
 {
+    if (std::string(testpaths::configDir()).rfind("/proc/self/cwd/", 0) == 0) {
+        m_previousDirectory = std::filesystem::current_path().string();
+        m_workingDirectory = std::make_unique<CTempDir>();
+        std::filesystem::current_path(m_workingDirectory->path());
+    }
     removeTree(testpaths::configDir());
     removeTree(testpaths::legacyLevelFile());
     removeTree(testpaths::syslogdPidFile());
@@ -20,6 +26,10 @@ CCompiledPaths::~CCompiledPaths()
     removeTree(testpaths::configDir());
     removeTree(testpaths::legacyLevelFile());
     removeTree(testpaths::syslogdPidFile());
+    if (m_workingDirectory) {
+        std::error_code ignored;
+        std::filesystem::current_path(m_previousDirectory, ignored);
+    }
 }
 
 std::string CCompiledPaths::defaultConfig() const

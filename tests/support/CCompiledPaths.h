@@ -1,10 +1,14 @@
 // For tests of the library's main instance: prepares the configuration directory, the legacy
-// level file and the syslogd pid file compiled into the library under test (all in the build
-// tree). Every test case runs in a process of its own, so the main instance is constructed by
-// the first library call of the case, after the files are in place.
+// level file and the syslogd pid file compiled into the library under test. Every test case runs
+// in a process of its own, so the main instance is constructed by the first library call of the
+// case, after the files are in place. Where the locations lie below /proc/self/cwd (the test
+// presets), the test moves into a fresh directory of its own first.
 #pragma once
 
+#include <memory>
 #include <string>
+
+class CTempDir;
 
 class CCompiledPaths {
 public:
@@ -17,6 +21,10 @@ public:
     std::string appConfig(const std::string& app) const;  // <dir>/vexlor-<app>.cfg
     void writeDefaultConfig(const std::string& content) const;
     void writeAppConfig(const std::string& app, const std::string& content) const;
+
+private:
+    std::unique_ptr<CTempDir> m_workingDirectory;  // null where the locations are shared
+    std::string m_previousDirectory;
 };
 
 // "target = <path>[, key=value]..." with a line feed.
