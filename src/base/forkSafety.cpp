@@ -91,12 +91,15 @@ void child()
 {
     refreshPidInChild();
     CRegistry& r = registry();
-    // The owners of these locks, the forking thread included, have other thread ids here: make
-    // them new instead of unlocking them.
+    // A plain mutex this thread took is released as usual. A recursive one checks its owner's
+    // thread id, which is another one here, and one that another thread held (fork stopped
+    // waiting for it) has no owner left: both are made new.
     for (CForkLock& lock : r.locks) {
-        makeNew(lock.mutex, lock.recursive);
+        if (!lock.heldForFork || pthread_mutex_unlock(lock.mutex) != 0) {
+            makeNew(lock.mutex, lock.recursive);
+        }
     }
-    makeNew(&r.mutex, false);
+    pthread_mutex_unlock(&r.mutex);
     for (IForkChild* participant : r.children) {
         participant->resetInChild();
     }

@@ -2,6 +2,7 @@
 // the syslog identity, the _novexlor pair, plug-ins that call the library while the first
 // configuration is read, threads that go on logging while the process exits, and null inputs.
 #include <atomic>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
@@ -65,6 +66,21 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
     };
     EXPECT_EQ(expected, seen);
     EXPECT_EQ(1u, m_syslog.openlogCalls().size());
+}
+
+// syslog keeps the identity's pointer and uses it until the process ends: also in an atexit
+// handler registered before the first library call, which runs after the instance is gone, and
+// after a change to a longer name. (Under AddressSanitizer a freed text is a failure in itself.)
+TEST_F(CVexlorLifecycleTest, SyslogIdentityStaysValidAfterTheInstanceIsGone)
+{
+    std::atexit([] {
+        const char* identity = capturedIdentity();
+        if (identity == nullptr || std::string(identity) != "a-longer-application-name") {
+            _exit(3);
+        }
+    });
+    vexlor_set_applicationname("app");
+    vexlor_set_applicationname("a-longer-application-name");
 }
 
 // A name set before the first init yields to the program name that this init opens syslog with;

@@ -16,6 +16,7 @@ struct CCaptured {
     std::vector<COpenlogCall> openlogCalls;
     std::vector<int> setlogmaskCalls;
     int mask = 0xff;
+    const char* identity = nullptr;  // as syslog keeps it: the caller's pointer
 };
 
 // Never destroyed: threads of the library may still log while the process exits.
@@ -46,6 +47,7 @@ void openlog(const char* ident, int option, int facility)
     CCaptured& state = captured();
     std::lock_guard<std::mutex> guard(state.mutex);
     state.openlogCalls.push_back(COpenlogCall{ident != nullptr ? ident : "", option, facility});
+    state.identity = ident;
 }
 
 void closelog() {}
@@ -160,6 +162,13 @@ void CSyslogCapture::clear()
     captured().messages.clear();
     captured().openlogCalls.clear();
     captured().setlogmaskCalls.clear();
+}
+
+const char* capturedIdentity()
+{
+    CCaptured& state = captured();
+    std::lock_guard<std::mutex> guard(state.mutex);
+    return state.identity;
 }
 
 int capturedLogMask()

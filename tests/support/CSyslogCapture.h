@@ -43,3 +43,5 @@ public:
 
 // The current mask as the last setlogmask call left it (0xff before any call).
 int capturedLogMask();
+// The identity pointer of the last openlog call, as syslog itself would go on using it.
+const char* capturedIdentity();

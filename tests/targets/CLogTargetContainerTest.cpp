@@ -202,6 +202,22 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
     }
 }
 
+// An empty path (a value whose items are all empty) fails like any library that cannot be
+// opened: opened, it would be the main program, and its global scope would hand out the factory
+// of a plug-in loaded before, under a module that does not own it.
+TEST_F(CLogTargetContainerTest, EmptyLibraryPathFailsToLoadLikeAMissingLibrary)
+{
+    read(targetLine(m_rec, "name=a") + "target = ,\n");
+    EXPECT_EQ((Lines{"init", "created:a", "syslog?:a"}), takeEvents());
+    EXPECT_EQ((Lines{"3 Unable to open shared library \"\" - error=No such file or directory",
+                     "3 logtarget-container: Unable to load the logtarget-library \"\" - errno=2(No such file or directory)"}),
+              takeLines(m_syslog, LOG_ERR));
+    read("target = ,\n");
+    EXPECT_EQ((Lines{"destroyed:a", "done"}), takeEvents());
+    m_container->log(1, 0, 0, 0, VX_INFO, "t", "c", "", "nowhere");  // nothing left to call
+    EXPECT_FALSE(isOpen(m_rec));
+}
+
 // Without a factory a target cannot be handed back (it stays allocated on purpose), but its
 // library is closed all the same, at a read and at the container's end.
 TEST_F(CLogTargetContainerTest, ClosesTheLibraryWhenItsFactoryIsGoneAtUnload)

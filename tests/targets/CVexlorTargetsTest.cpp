@@ -41,6 +41,32 @@ TEST_F(CVexlorTargetsTest, TargetLoggingFromItsOwnLogGetsTheNestedRecordBeforeIt
     EXPECT_EQ((Lines{"a:net:outer", "a:nested:nested:outer", "b:nested:nested:outer", "b:net:outer"}), order);
 }
 
+// The re-read that a target starts from inside its own log unloads that very target: it waits
+// until the delivery has ended, so the target is never destroyed (nor its library closed) while
+// its call is running.
+TEST_F(CVexlorTargetsTest, TargetSettingTheApplicationNameFromItsLogIsUnloadedOnlyAfterItsCall)
+{
+    m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=a, rename=other") +
+                               targetLine(testpaths::recorderTwin(), "name=c"));
+    m_paths.writeAppConfig("other", targetLine(testpaths::hookless(), "name=b"));
+    vexlor_component* net = vexlor_create_component("net", VX_INFO, "");
+    CRecorder::instance().clear();
+    vexlor(net, VX_INFO, "outer");
+    vexlor(net, VX_INFO, "later");
+    Lines events;
+    for (const CRecordedCall& call : CRecorder::instance().calls()) {
+        if (call.kind != "factory" && call.kind != "syslog?" && call.kind != "init" && call.kind != "done") {
+            events.push_back(call.kind + ":" + call.target + (call.kind == "log" ? ":" + call.message : ""));
+        }
+    }
+    // c still gets the outer record, and learns the name, before the read unloads a and c; b is
+    // made with the new name.
+    EXPECT_EQ((Lines{"log:a:outer", "appname:a", "appname:c", "renamed:a", "log:c:outer", "created:b",
+                     "destroyed:a", "destroyed:c", "log:b:later"}),
+              events);
+    EXPECT_EQ("other", CRecorder::instance().calls("created", "b").at(0).params.at("application-name"));
+}
+
 // Application threads create components and log while the configuration file is rewritten and
 // the application name changes: component creation takes the registry and then the container,
 // a re-read the container and then the registry. Nothing may deadlock, the target that every

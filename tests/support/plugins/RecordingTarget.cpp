@@ -1,6 +1,7 @@
 // A log target for tests that records every call in the shared CRecorder. Its parameters choose
 // its behaviour: name=<target name>, syslog=<isSyslogTarget result>, nested=1 (logs again from
-// inside log), create=null|object (the factory fails or makes something that is not a target).
+// inside log), rename=<application name> (sets it from inside its first log call),
+// create=null|object (the factory fails or makes something that is not a target).
 // Compile-time switches build the variants without hooks, without a factory, or with a null one.
 #include <cstdlib>
 #include <vexlor/vexlor_target.h>
@@ -20,6 +21,7 @@ public:
         : m_name(params.at("name"))
         , m_syslog(std::atoi(params.at("syslog").c_str()))
         , m_nested(params.at("nested") == "1" ? vexlor_create_component("nested", VX_ALL, "") : nullptr)
+        , m_rename(params.at("rename"))
     {
     }
 
@@ -32,6 +34,11 @@ public:
         // Only outer records are echoed, so the nesting ends after one level.
         if (m_nested != nullptr && message.compare(0, 7, "nested:") != 0) {
             vexlor(m_nested, VX_INFO, "nested:%s", message.c_str());
+        }
+        if (!m_rename.empty()) {
+            const std::string name = std::move(m_rename);
+            vexlor_set_applicationname(name.c_str());
+            record({m_name, "renamed", name});  // after the call: this target must still exist
         }
     }
 
@@ -54,6 +61,7 @@ private:
     std::string m_name;
     int m_syslog;
     vexlor_component* m_nested;  // null unless nested=1
+    std::string m_rename;        // emptied once used
 };
 
 // Made when the parameters ask for an object that is not a log target.
@@ -70,7 +78,7 @@ public:
         // Defaults for the keys the line leaves out. Not operator[]: its piecewise_construct can
         // become a unique symbol, and the loader never unloads a library that defines one.
         auto values = targetParams->params;
-        values.insert({{"name", ""}, {"syslog", "0"}, {"nested", ""}, {"create", ""}});
+        values.insert({{"name", ""}, {"syslog", "0"}, {"nested", ""}, {"rename", ""}, {"create", ""}});
         record({values.at("name"), "created", "", targetParams->params});
         if (values.at("create") == "null") {
             return nullptr;
