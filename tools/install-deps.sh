@@ -2,7 +2,7 @@
 # Installs the Debian 12 packages that building, testing, cross-building and benchmarking need.
 # Skips apt when everything is there already.
 set -eu
-packages="build-essential cmake ninja-build pkg-config binutils libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user"
+packages="build-essential cmake ninja-build pkg-config binutils clang libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"

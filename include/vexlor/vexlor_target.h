@@ -49,9 +49,9 @@ public:
 //  - logging is allowed; the nested record reaches every target, this one included, before the
 //    outer call returns (guard against endless recursion yourself);
 //  - setting the application name, or anything else that makes the configuration be re-read on
-//    this thread, is allowed but pointless: a target that the re-read unloads (this one too) stops
-//    receiving calls at once, and is handed back to its factory, and its library closed, only
-//    after the outermost call into the targets has returned.
+//    this thread, is allowed but rarely useful: that re-read waits until the outermost call into
+//    the targets has returned, so no target (this one included) is unloaded while one of its
+//    calls is running, and the record under way still reaches every target.
 // Never wait inside a call for another thread that logs: it waits for the mutex you hold.
 // Never let an exception escape: the library catches nothing that a target throws.
 class VEXLOR_API ILogTarget : public IDynamicObject {
@@ -82,9 +82,8 @@ public:
     virtual IDynamicObject* createObject(const std::string& className, IDynamicObjectCreationParams* params) = 0;
     // Slot 1: takes back an object this factory created, exactly once, before the library closes.
     // Runs with the container mutex held: on the thread that reads the configuration when the
-    // configuration no longer names the target (deferred to the end of the outermost call into
-    // the targets when that read was started from inside one), or on the thread that ends the
-    // process (or unloads the library) when the library shuts down.
+    // configuration no longer names the target, or on the thread that ends the process (or
+    // unloads the library) when the library shuts down.
     virtual void destroyObject(IDynamicObject* object) = 0;
 
 protected:

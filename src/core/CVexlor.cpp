@@ -26,6 +26,7 @@ constexpr std::size_t MESSAGE_BUFFER_SIZE = 2048;
 
 // The length of the formatted message. A null format is a caller error; it formats as an
 // empty message instead of crashing.
+__attribute__((format(printf, 2, 0)))
 std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format, va_list args)
 {
     if (format == nullptr) {

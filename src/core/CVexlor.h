@@ -49,8 +49,10 @@ public:
     void unlockComponents();
 
     // Records: messages, the syslog-style call, function tracing and hex dumps.
-    void log(vexlor_component* component, vexlor_level* level, const char* format, va_list args);
-    void vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args);
+    void log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
+        __attribute__((format(printf, 4, 0)));
+    void vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
+        __attribute__((format(printf, 4, 0)));
     void enterFunction(vexlor_component* component, const char* functionName);
     void leaveFunction(vexlor_component* component);
     void dump(vexlor_component* component, vexlor_level* level, const void* data, unsigned int length);

@@ -114,7 +114,7 @@ __attribute__((visibility("default"))) void dynamic_module_done()
 #ifndef VEXLOR_TEST_WITHOUT_FACTORY
 __attribute__((visibility("default"))) IClassFactory* getClassFactory()
 {
-    static CFactory factory;
+    [[maybe_unused]] static CFactory factory;
     record({"", "factory"});
 #ifdef VEXLOR_TEST_NULL_FACTORY
     return nullptr;
