@@ -1,8 +1,9 @@
 #!/bin/sh
-# Installs the Debian 12 packages that building, testing, cross-building and benchmarking need.
-# Skips apt when everything is there already.
+# Installs the Debian 12 packages that building, testing and cross-building need, or the packages
+# named as arguments. Skips apt when everything is there already.
 set -eu
 packages="build-essential cmake ninja-build pkg-config binutils clang libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user"
+[ $# -eq 0 ] || packages="$*"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"
