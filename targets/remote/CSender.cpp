@@ -76,6 +76,9 @@ void CSender::startThread()
     pthread_sigmask(SIG_SETMASK, &all, &previous);
     m_threadRunning = pthread_create(&m_thread, nullptr, &CSender::threadMain, this) == 0;
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (m_threadRunning) {
+        pthread_setname_np(m_thread, "vexlor-remote");  // for top -H and the like
+    }
 }
 
 void CSender::restartInChild()

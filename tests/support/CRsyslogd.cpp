@@ -82,7 +82,7 @@ CTestCertificates::CTestCertificates(const std::string& directory)
     const std::string d = directory + "/";
     // Elliptic-curve keys: made in milliseconds, where RSA keys take noticeable time.
     const std::string newKey = "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
-    writeFile(d + "server.ext", "subjectAltName=DNS:localhost,IP:127.0.0.1,IP:::1\n");
+    writeFile(d + "server.ext", "subjectAltName=DNS:localhost,IP:127.0.0.1\n");
     run(newKey + "-x509 -days 2 -subj /CN=vexlor-test-ca -keyout " + d + "ca.key -out " + ca);
     run(newKey + "-x509 -days 2 -subj /CN=vexlor-other-ca -keyout " + d + "other-ca.key -out " + otherCa);
     run(newKey + "-subj /CN=localhost -keyout " + serverKey + " -out " + d + "server.csr");
@@ -119,6 +119,11 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
                << (requireClientCert ? "x509/certvalid" : "anon") << "\")\ninput(type=\"imtcp\"";
     }
     config << " address=\"" << address << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+    // The same port on the other loopback address too, so that host names (localhost) reach it
+    // whichever address the resolver gives first.
+    const std::string other = familyOf(address) == AF_INET6 ? "127.0.0.1" : "::1";
+    config << "input(type=\"" << (input == CInput::UDP ? "imudp" : "imtcp") << "\" address=\"" << other
+           << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
     writeFile(directory + "/rsyslog.conf", config.str());
     start();
 }

@@ -13,17 +13,18 @@ struct CReceived {
 };
 
 // The files of a small test PKI, made with the openssl command: a CA, a server certificate for
-// localhost, 127.0.0.1 and ::1, and a client certificate.
+// localhost and 127.0.0.1 (not ::1), a client certificate, and a second CA that signed nothing.
 struct CTestCertificates {
     explicit CTestCertificates(const std::string& directory);
-    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa;  // otherCa signed nothing here
+    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa;
 };
 
 class CRsyslogd {
 public:
     enum class CInput { UDP, TCP, TLS };
 
-    // Listens for `input` on `address` (127.0.0.1 or ::1) at a free port. For TLS, `certificates`
+    // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
+    // the other loopback address. For TLS, `certificates`
     // gives the server's files, and `requireClientCert` asks for a client certificate too.
     CRsyslogd(const std::string& directory, CInput input, const std::string& address,
               const CTestCertificates* certificates = nullptr, bool requireClientCert = false);
