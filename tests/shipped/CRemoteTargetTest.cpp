@@ -267,8 +267,13 @@ TEST_F(CRemoteTargetTest, UnloadAndExitEndWithinTheDrainTimeWhileTheReceiverIsDe
 TEST_F(CRemoteTargetTest, ForkChildSendsOnlyItsOwnRecords)
 {
     // qemu-user 7.2 aborts a fork child of a multithreaded process that starts a thread, as the
-    // child's first record does: under the emulator the child only unloads the target.
+    // child's first record does, and ThreadSanitizer does not support it: there the child only
+    // unloads the target.
+#if defined(__SANITIZE_THREAD__)
+    const bool childLogs = false;
+#else
     const bool childLogs = std::getenv("VEXLOR_TEST_EMULATOR") == nullptr;
+#endif
     CTempDir dir;
     CRsyslogd rsyslogd(dir.path(), CInput::TCP, "127.0.0.1");
     rsyslogd.stop();  // the parent's records wait in its queue across the fork
