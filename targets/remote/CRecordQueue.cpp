@@ -85,11 +85,3 @@ std::size_t CRecordQueue::size() const
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_count;
 }
-
-void CRecordQueue::forgetForChild()
-{
-    m_first = 0;
-    m_count = 0;
-    m_dropped = 0;
-    m_senderAsleep = false;
-}

@@ -33,12 +33,6 @@ public:
 
     std::size_t size() const;
 
-    // Fork handling: held across fork() so that the child inherits a consistent queue.
-    void lockForFork() { m_mutex.lock(); }
-    void unlockAfterFork() { m_mutex.unlock(); }
-    // In a fork child, with the lock held by lockForFork: the records are the parent's to send.
-    void forgetForChild();
-
 private:
     mutable std::mutex m_mutex;
     const std::size_t m_capacity;

@@ -23,17 +23,25 @@
 
 namespace {
 
-std::unique_ptr<CTransport> makeTransport(const CRemoteParameters& parameters, CWaiter& waiter)
+// What makes the transport, holding copies of what it needs (the sender keeps it).
+CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
 {
-    switch (parameters.transport) {
-    case CTransportKind::UDP:
-        return std::make_unique<CUdpTransport>(waiter, parameters.host, parameters.port);
-    case CTransportKind::TCP:
-        return std::make_unique<CTcpTransport>(waiter, parameters.host, parameters.port, parameters.framing);
-    case CTransportKind::TLS:
-        break;
-    }
-    return std::make_unique<CTlsTransport>(waiter, parameters.host, parameters.port, parameters.tls);
+    const CTransportKind kind = parameters.transport;
+    const std::string host = parameters.host;
+    const int port = parameters.port;
+    const CFraming framing = parameters.framing;
+    const std::shared_ptr<const CTlsContext> tls = parameters.tls;
+    return [=](CWaiter& waiter) -> std::unique_ptr<CTransport> {
+        switch (kind) {
+        case CTransportKind::UDP:
+            return std::make_unique<CUdpTransport>(waiter, host, port);
+        case CTransportKind::TCP:
+            return std::make_unique<CTcpTransport>(waiter, host, port, framing);
+        case CTransportKind::TLS:
+            break;
+        }
+        return std::make_unique<CTlsTransport>(waiter, host, port, tls);
+    };
 }
 
 class CRemoteTarget final : public CLogTargetBase {
@@ -66,8 +74,7 @@ private:
         : CLogTargetBase(parameters, "remote")
         , m_levels(remote.levels)
         , m_identity(identity(appname()))
-        , m_sender(std::make_unique<CSender>(remote.sender, remote.format,
-                                             [&remote](CWaiter& waiter) { return makeTransport(remote, waiter); }))
+        , m_sender(std::make_unique<CSender>(remote.sender, remote.format, transportMaker(remote)))
     {
     }
 

@@ -7,27 +7,33 @@
 #include <poll.h>
 #include <stdexcept>
 #include <syslog.h>
+#include <unistd.h>
 
 namespace {
 
 using Clock = CWaiter::Clock;
 
-// The live senders, for the fork handlers. Plain C types: they need no destructor, so they stay
-// usable while the process exits and destroys targets after this library's own statics.
+// The live senders, for the fork child handler. Plain C types: they need no destructor, so they
+// stay usable while the process exits and destroys targets after this library's own statics.
+// Every change of the list is a single pointer write, so a fork child can walk it whatever
+// another thread was doing.
 pthread_mutex_t sendersMutex = PTHREAD_MUTEX_INITIALIZER;
-CSender* firstSender = nullptr;  // guarded by sendersMutex
-pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
+CSender* firstSender = nullptr;  // written under sendersMutex
+pthread_once_t forkHandlerOnce = PTHREAD_ONCE_INIT;
 
 }  // namespace
 
-CSender::CSender(CSenderSettings settings, CRfc5424Options format, const TransportMaker& makeTransport)
+CSender::CSender(CSenderSettings settings, CRfc5424Options format, TransportMaker makeTransport)
     : m_settings(std::move(settings))
     , m_formatter(std::move(format))
-    , m_queue(m_settings.queueSize, m_waiter)
-    , m_transport(makeTransport(m_waiter))
+    , m_makeTransport(std::move(makeTransport))
+    , m_queue(std::make_unique<CRecordQueue>(m_settings.queueSize, m_waiter))
+    , m_transport(m_makeTransport(m_waiter))
 {
-    // The handlers go away with this library when it is unloaded (the C library forgets them).
-    pthread_once(&forkHandlersOnce, [] { pthread_atfork(&forkPrepare, &forkParent, &forkChild); });
+    // Only a child handler: a prepare handler holding our locks across fork would meet the
+    // library's, which holds the container's lock, in the opposite order. The handler goes away
+    // with this library when it is unloaded (the C library forgets it).
+    pthread_once(&forkHandlerOnce, [] { pthread_atfork(nullptr, nullptr, &forkChild); });
     startThread();
     if (!m_threadRunning) {
         throw std::runtime_error(m_settings.owner + ": cannot start the sender thread");
@@ -51,9 +57,8 @@ CSender::~CSender()
     if (m_threadRunning) {
         m_waiter.stopAt(Clock::now() + std::chrono::milliseconds(m_settings.drainMs));
         pthread_join(m_thread, nullptr);
-    } else {
-        // A fork child that never logged: what is queued and the connection are the parent's.
-        m_transport->abandon();
+    } else if (m_forkChild) {
+        leaveParentsStateAlone();
     }
 }
 
@@ -64,7 +69,7 @@ void CSender::submit(int pid, int depth, long long seconds, int microseconds, in
     if (m_forkChild) {
         restartInChild();
     }
-    m_queue.push(pid, depth, seconds, microseconds, severity, appname, thread, component, function, message);
+    m_queue->push(pid, depth, seconds, microseconds, severity, appname, thread, component, function, message);
 }
 
 void CSender::startThread()
@@ -81,14 +86,26 @@ void CSender::startThread()
     }
 }
 
+void CSender::leaveParentsStateAlone()
+{
+    // The parent's thread may have been inside the queue (holding its lock) or the connection at
+    // the fork: their copies here are left untouched, not even freed. Only the socket is closed,
+    // which ends nothing for the parent.
+    m_forkChild = false;
+    const int socket = m_transport->socketFd();
+    if (socket >= 0) {
+        close(socket);
+    }
+    (void)m_transport.release();
+    (void)m_queue.release();
+}
+
 void CSender::restartInChild()
 {
-    m_forkChild = false;
-    m_queue.lockForFork();
-    m_queue.forgetForChild();
-    m_queue.unlockAfterFork();
+    leaveParentsStateAlone();
+    m_queue = std::make_unique<CRecordQueue>(m_settings.queueSize, m_waiter);
+    m_transport = m_makeTransport(m_waiter);
     m_waiter.renewAfterFork();
-    m_transport->abandon();
     m_failures = 0;
     m_sentOnConnection = false;
     m_droppedInRun = 0;
@@ -113,7 +130,7 @@ void CSender::run()
     for (;;) {
         if (!pending) {
             unsigned long long dropped = 0;
-            const bool popped = m_queue.pop(record, dropped);
+            const bool popped = m_queue->pop(record, dropped);
             noteDropped(dropped);
             if (!popped) {
                 endDropRun();
@@ -168,7 +185,7 @@ bool CSender::reconnect()
 {
     while (m_failures > 0 && Clock::now() < m_nextAttempt) {
         m_waiter.sleep(m_nextAttempt);
-        noteDropped(m_queue.takeDropped());
+        noteDropped(m_queue->takeDropped());
         if (m_waiter.expired()) {
             return false;
         }
@@ -227,9 +244,9 @@ void CSender::endDropRun()
 
 void CSender::finish(bool pending)
 {
-    noteDropped(m_queue.takeDropped());
+    noteDropped(m_queue->takeDropped());
     endDropRun();
-    const std::size_t unsent = m_queue.size() + (pending ? 1 : 0);
+    const std::size_t unsent = m_queue->size() + (pending ? 1 : 0);
     if (unsent > 0) {
         syslog(LOG_ERR, "%s: %zu records dropped at the end: %s did not take them within drain-ms=%d",
                m_settings.owner.c_str(), unsent, m_settings.destination.c_str(), m_settings.drainMs);
@@ -237,29 +254,13 @@ void CSender::finish(bool pending)
     m_transport->close();
 }
 
-void CSender::forkPrepare()
-{
-    pthread_mutex_lock(&sendersMutex);
-    for (CSender* sender = firstSender; sender != nullptr; sender = sender->m_nextSender) {
-        sender->m_queue.lockForFork();
-    }
-}
-
-void CSender::forkParent()
-{
-    for (CSender* sender = firstSender; sender != nullptr; sender = sender->m_nextSender) {
-        sender->m_queue.unlockAfterFork();
-    }
-    pthread_mutex_unlock(&sendersMutex);
-}
-
 void CSender::forkChild()
 {
+    // Another thread may have held the lock at the fork; the list itself is whole (see above).
+    pthread_mutex_init(&sendersMutex, nullptr);
     for (CSender* sender = firstSender; sender != nullptr; sender = sender->m_nextSender) {
-        sender->m_queue.unlockAfterFork();
         // The thread did not come along; its handle means nothing here.
         sender->m_threadRunning = false;
         sender->m_forkChild = true;
     }
-    pthread_mutex_unlock(&sendersMutex);
 }

@@ -29,8 +29,9 @@ class CSender {
 public:
     using TransportMaker = std::function<std::unique_ptr<CTransport>(CWaiter&)>;
 
-    // Starts the thread; throws std::runtime_error when it cannot.
-    CSender(CSenderSettings settings, CRfc5424Options format, const TransportMaker& makeTransport);
+    // Starts the thread; throws std::runtime_error when it cannot. `makeTransport` is kept: a
+    // fork child makes a transport of its own.
+    CSender(CSenderSettings settings, CRfc5424Options format, TransportMaker makeTransport);
     // Drains for at most drain-ms, then counts and reports what was not sent.
     ~CSender();
     CSender(const CSender&) = delete;
@@ -43,12 +44,11 @@ public:
 
 private:
     static void* threadMain(void* sender);
-    static void forkPrepare();
-    static void forkParent();
     static void forkChild();
 
     void startThread();
     void restartInChild();
+    void leaveParentsStateAlone();
     void run();
     void idle();
     bool reconnect();
@@ -60,8 +60,9 @@ private:
 
     const CSenderSettings m_settings;
     const CRfc5424Formatter m_formatter;
+    const TransportMaker m_makeTransport;
     CWaiter m_waiter;
-    CRecordQueue m_queue;
+    std::unique_ptr<CRecordQueue> m_queue;
     std::unique_ptr<CTransport> m_transport;  // the sender thread's
     pthread_t m_thread{};
     bool m_threadRunning = false;  // false in a fork child until its first record

@@ -19,8 +19,10 @@ public:
     virtual bool peerClosed() = 0;
     // Ends the connection, politely where the protocol says how.
     virtual void close() = 0;
-    // In a fork child: lets go of the parent's connection without a byte on the wire.
+    // Lets go of the connection without a byte on the wire.
     virtual void abandon() = 0;
+    // The socket, for a fork child that must close its copy without touching anything else.
+    int socketFd() const { return m_fd; }
     // The descriptor to watch while idle, for the receiver closing the connection; -1 for none.
     virtual int idleFd() const { return m_fd; }
 
