@@ -2,15 +2,18 @@
 # Installs the Debian 12 packages that building, testing and cross-building need, or the packages
 # named as arguments. Skips apt when everything is there already.
 set -eu
-packages="build-essential cmake ninja-build pkg-config binutils clang libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user"
+packages="build-essential cmake ninja-build pkg-config binutils clang libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user libssl-dev libsystemd-dev openssl rsyslog rsyslog-openssl"
 [ $# -eq 0 ] || packages="$*"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"
 done
-[ -z "$missing" ] && exit 0
-sudo=""
-[ "$(id -u)" -eq 0 ] || sudo="sudo"
-echo "installing:$missing"
-$sudo apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing
+if [ -n "$missing" ]; then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  echo "installing:$missing"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing
+fi
+# The remote and journal targets' libraries for the armhf cross build.
+"$(dirname "$0")/install-armhf-libs.sh"

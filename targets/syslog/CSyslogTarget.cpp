@@ -5,35 +5,24 @@
 // Parameters: name=<target name> (default "syslog"), facility=user|daemon|local0..local7
 // (default: the one the library opened syslog with), function=1 (put the traced function
 // before the message).
-#include <stdexcept>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
+
+#include "facility.h"
 
 namespace {
 
 // 0 keeps the facility of openlog.
-int facilityCode(const std::string& name)
+int facilityOrDefault(const std::string& name)
 {
-    if (name.empty()) {
-        return 0;
-    }
-    if (name == "user") {
-        return LOG_USER;
-    }
-    if (name == "daemon") {
-        return LOG_DAEMON;
-    }
-    if (name.size() == 6 && name.compare(0, 5, "local") == 0 && name[5] >= '0' && name[5] <= '7') {
-        return LOG_LOCAL0 + (name[5] - '0') * (LOG_LOCAL1 - LOG_LOCAL0);
-    }
-    throw std::runtime_error("syslog target: unknown facility \"" + name + "\" (user, daemon, local0 to local7)");
+    return name.empty() ? 0 : facilityCode(name, "syslog target");
 }
 
 class CSyslogTarget final : public CLogTargetBase {
 public:
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, "syslog")
-        , m_facility(facilityCode(targetParameter(parameters, "facility")))
+        , m_facility(facilityOrDefault(targetParameter(parameters, "facility")))
         , m_withFunction(targetParameter(parameters, "function") == "1")
     {
     }
