@@ -16,4 +16,4 @@ if [ -n "$missing" ]; then
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing
 fi
 # The remote and journal targets' libraries for the armhf cross build.
-"$(dirname "$0")/install-armhf-libs.sh"
+[ $# -ne 0 ] || "$(dirname "$0")/install-armhf-libs.sh"
