@@ -1,0 +1,136 @@
+// The line layout the shipped targets share: tokens, clocks, level names, escaping, long lines.
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <map>
+#include <stdexcept>
+
+#include "CLineLayout.h"
+
+namespace {
+
+constexpr long long Y2100 = 4102444800LL;  // 2100-01-01 00:00:00 UTC: past 2038 on purpose
+
+struct CFields {
+    int depth = 1;
+    long long seconds = Y2100;
+    const vexlor_level* level = nullptr;
+    std::string thread = "main", component = "net", function = "poll", message = "link down", appname = "player";
+};
+
+std::string formatted(CLineLayout& layout, const CFields& fields)
+{
+    CLineBuffer line;
+    layout.format(line, CLogRecord{4242, fields.depth, fields.seconds, 7, fields.level ? fields.level : VX_WARN,
+                                   fields.thread, fields.component, fields.function, fields.message, fields.appname});
+    return std::string(line.data(), line.size());
+}
+
+std::string formatted(const std::string& pattern, const CFields& fields = CFields())
+{
+    CLineLayout layout(pattern, true);
+    return formatted(layout, fields);
+}
+
+TEST(CLineLayoutTest, FillsEveryTokenFromTheRecord)
+{
+    EXPECT_EQ("2100-01-01 00:00:00.000007 player[4242] WARN net [main]   poll: link down",
+              formatted(CLineLayout::DEFAULT_PATTERN));
+    EXPECT_EQ("4|WARN|main|net|poll|poll: |  |link down|player|100%", formatted("%L|%l|%T|%c|%f|%F|%i|%m|%a|100%%"));
+
+    CFields outside;
+    outside.function = "";
+    outside.depth = 0;
+    outside.appname = "";
+    // Outside a traced function %F leaves nothing; without an application name, the program's.
+    EXPECT_EQ("[] " + std::string(program_invocation_short_name) + ": link down", formatted("[%f%i] %a: %F%m", outside));
+
+    CFields deep;
+    deep.depth = 1000;
+    EXPECT_EQ(std::string(64, ' ') + "|", formatted("%i|", deep));
+    deep.depth = -3;
+    EXPECT_EQ("|", formatted("%i|", deep));
+}
+
+TEST(CLineLayoutTest, NamesEveryLevelAndNumbersCreatedOnes)
+{
+    vexlor_level created{12, 1u << 12};
+    std::string names;
+    for (const vexlor_level* level : {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG,
+                                      VX_ENTERLEAVE, VX_ALL, &created}) {
+        CFields fields;
+        fields.level = level;
+        names += formatted("%l/%L ", fields);
+    }
+    EXPECT_EQ("EMERG/0 ALERT/1 CRIT/2 ERR/3 WARN/4 NOTICE/5 INFO/6 DEBUG/7 TRACE/8 ALL/32 12/12 ", names);
+}
+
+TEST(CLineLayoutTest, ShowsLocalOrUniversalTimeAndFollowsTheSecond)
+{
+    const char* savedTz = std::getenv("TZ");
+    const std::string saved = savedTz != nullptr ? savedTz : "";
+    setenv("TZ", "XST-2", 1);  // two hours east of UTC, no daylight saving
+    tzset();
+    CLineLayout local(CLineLayout::DEFAULT_PATTERN, false);
+    CLineLayout utc("%d %t", true);
+    CFields fields;
+    EXPECT_EQ("2100-01-01 02:00:00.000007", formatted(local, fields).substr(0, 26));
+    // The text of one second is kept; the next second and a step back must still be right.
+    fields.seconds = Y2100 + 61;
+    EXPECT_EQ("2100-01-01 00:01:01.000007", formatted(utc, fields));
+    fields.seconds = Y2100 - 1;
+    EXPECT_EQ("2099-12-31 23:59:59.000007", formatted(utc, fields));
+    EXPECT_EQ("2100-01-01 01:59:59.000007", formatted(local, fields).substr(0, 26));
+    if (savedTz != nullptr) {
+        setenv("TZ", saved.c_str(), 1);
+    } else {
+        unsetenv("TZ");
+    }
+    tzset();
+}
+
+// A field can neither end the line nor forge another one; everything else is left as it came.
+TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytes)
+{
+    CFields fields;
+    fields.thread = "t\n";
+    fields.component = "c\r";
+    fields.function = "f\t";
+    fields.message = std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(";
+    fields.appname = "p\x1b[31m";
+    EXPECT_EQ("t\\n|c\\r|f\\t|a\\x00b\\x1f\\x7f\\n \xc3\xbc \xff\xc3(|p\\x1b[31m", formatted("%T|%c|%f|%m|%a", fields));
+}
+
+TEST(CLineLayoutTest, BuildsLinesLongerThanItsInlineBuffer)
+{
+    CFields fields;
+    fields.message = std::string(3000, '\n');  // 6000 bytes once escaped
+    fields.thread = std::string(3000, 't');
+    std::string expected = "<" + std::string(3000, 't') + ">";
+    for (int i = 0; i < 3000; ++i) {
+        expected += "\\n";
+    }
+    EXPECT_EQ(expected, formatted("<%T>%m", fields));
+}
+
+TEST(CLineLayoutTest, RefusesUnknownTokensAndClocksNamingThem)
+{
+    const std::pair<std::map<std::string, std::string>, std::string> cases[] = {
+        {{{"pattern", "%d %x"}}, "pattern=%d %x: unknown token %x"},
+        {{{"pattern", "50%"}}, "pattern=50%: a lone % at the end"},
+        {{{"time", "gmt"}}, "time=gmt: not local or utc"},
+    };
+    for (const auto& [params, message] : cases) {
+        CLogTargetParameters parameters;
+        parameters.params = params;
+        try {
+            CLineLayout::fromParameters(parameters);
+            ADD_FAILURE() << message;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_EQ(0u, std::string(e.what()).find(message)) << e.what();
+        }
+    }
+}
+
+}  // namespace
