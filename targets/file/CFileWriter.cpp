@@ -130,16 +130,19 @@ bool CFileWriter::reopen(const std::string& path)
 
 void CFileWriter::writeRotating(const char* data, std::size_t length)
 {
-    while (m_rotation.due(m_file.size(), length)) {
+    while (length != 0 && m_rotation.due(m_file.size(), length)) {
         m_file.refresh();  // a copytruncate or another process may have changed the size
         if (!m_rotation.due(m_file.size(), length)) {
             break;
         }
-        // What fits up to its last line feed goes into the current file first.
+        // The lines that fit go into the current file first; an empty file takes at least one.
         const std::size_t room = static_cast<std::size_t>(std::min<unsigned long long>(m_rotation.room(m_file.size()), length));
-        const char* lastFeed = static_cast<const char*>(memrchr(data, '\n', room));
+        const void* lastFeed = memrchr(data, '\n', room);
+        if (lastFeed == nullptr && m_file.size() == 0) {
+            lastFeed = std::memchr(data, '\n', length);
+        }
         if (lastFeed != nullptr) {
-            const std::size_t fits = static_cast<std::size_t>(lastFeed - data) + 1;
+            const std::size_t fits = static_cast<std::size_t>(static_cast<const char*>(lastFeed) - data) + 1;
             if (!writeChunk(data, fits)) {
                 m_fault.lost(lineCount(data + fits, length - fits));
                 return;
@@ -147,11 +150,13 @@ void CFileWriter::writeRotating(const char* data, std::size_t length)
             data += fits;
             length -= fits;
         }
-        if (!rotateNow()) {
+        if (length != 0 && !rotateNow()) {
             break;  // the rest goes into the current file
         }
     }
-    writeChunk(data, length);
+    if (length != 0) {
+        writeChunk(data, length);
+    }
 }
 
 bool CFileWriter::rotateNow()

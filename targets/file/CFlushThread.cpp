@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <poll.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -72,6 +73,7 @@ void CFlushThread::wake()
 
 void CFlushThread::run()
 {
+    pthread_setname_np(pthread_self(), "vexlor-file");  // for operators' ps and top
     for (;;) {
         int timeout = -1;
         {
