@@ -68,9 +68,12 @@ void CFileSink::flushLocked()
     }
 }
 
+// At once rather than at the next record: after logrotate's move, every record that still goes
+// into the moved file may be lost when logrotate compresses that file right away.
 void CFileSink::onPathEvent()
 {
     if (m_watch.drain()) {
-        m_writer.notePathEvent();
+        std::lock_guard<std::mutex> guard(m_mutex);
+        m_writer.checkPath();
     }
 }

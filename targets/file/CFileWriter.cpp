@@ -27,6 +27,7 @@ CFileWriter::CFileWriter(const std::string& name, const std::string& path, const
     , m_mode(options.mode)
     , m_rotation(std::string(), options.maxSize, options.maxFiles)
     , m_fault(std::string())
+    , m_checkEveryWrite(options.bufferSize != 0)
 {
     if (const int error = m_file.open(path, m_mode)) {
         throw std::runtime_error("path=" + path + ": cannot open: " + std::strerror(error));
@@ -47,7 +48,7 @@ void CFileWriter::write(const char* data, std::size_t length)
         m_fault.lost(lineCount(data, length));
         return;
     }
-    checkPath();
+    checkPathIfDue();
     if (!m_file.linked() && m_reopenError != 0) {
         // Removed, and the path cannot be made again: a write would go nowhere.
         m_fault.failed("reopen", m_reopenError, lineCount(data, length));
@@ -73,17 +74,17 @@ void CFileWriter::moveTo(const std::string& path)
     m_missingSinceMs = -1;
 }
 
+void CFileWriter::checkPathIfDue()
+{
+    // While a fault lasts, every retry looks at the path too: the fault may be the path's.
+    if (m_checkEveryWrite || m_fault.failing() || coarseMilliseconds() >= m_nextCheckMs) {
+        checkPath();
+    }
+}
+
 void CFileWriter::checkPath()
 {
     const long long now = coarseMilliseconds();
-    const bool event = m_pathEvent.load(std::memory_order_relaxed);
-    // While a fault lasts, every retry looks at the path too: the fault may be the path's.
-    if (!event && now < m_nextCheckMs && !m_fault.failing()) {
-        return;
-    }
-    if (event) {
-        m_pathEvent.store(false, std::memory_order_relaxed);
-    }
     m_nextCheckMs = now + CHECK_MS;
     m_file.refresh();
     switch (m_file.pathState()) {

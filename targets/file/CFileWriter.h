@@ -1,14 +1,14 @@
 // Writes whole lines to the log file and keeps it the right file:
 // - rotation before a write that would take the file past max-size (split at a line feed);
-// - a reopen when the path no longer leads to the open file: checked once a second, or at once
-//   after the directory changed (notePathEvent);
+// - a reopen when the path no longer leads to the open file: checked once a second, before every
+//   write of a buffer (one stat per buffer, not per record), and at once when the directory
+//   changed (checkPath);
 // - write errors: one report when they start; records are counted as lost, a write is retried at
 //   most once a second, and when it works again a line in the file and a syslog message give the
 //   count. A line cut by a failing write is ended (" [cut]") before anything else is written.
 // Not thread-safe: its owner serialises the calls (CFileSink).
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -27,12 +27,12 @@ public:
     void write(const char* data, std::size_t length);
     // Writes to `path` from now on; when it cannot be opened, says so once and keeps the file.
     void moveTo(const std::string& path);
-    // Any thread: the directory changed, check the path before the next write.
-    void notePathEvent() { m_pathEvent.store(true, std::memory_order_relaxed); }
+    // Compares the path with the open file now (the directory changed) and reopens it if needed.
+    void checkPath();
 
 private:
     std::string who() const;
-    void checkPath();
+    void checkPathIfDue();
     bool reopen(const std::string& path);
     void writeRotating(const char* data, std::size_t length);
     bool rotateNow();
@@ -44,7 +44,7 @@ private:
     CLogFile m_file;
     CRotation m_rotation;
     CFaultReport m_fault;
-    std::atomic<bool> m_pathEvent{false};
+    const bool m_checkEveryWrite;  // buffered: a write carries many records, a stat is cheap beside it
     long long m_nextCheckMs = 0;
     long long m_missingSinceMs = -1;  // the path vanished while the file kept a name: it was moved
     int m_reopenError = 0;            // why the path cannot be opened again; 0 while it can

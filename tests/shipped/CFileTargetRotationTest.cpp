@@ -58,9 +58,12 @@ TEST_F(CFileTargetRotationTest, AFailedRenameKeepsEveryFileAndSaysWhyOnce)
 
 struct CLogrotateCase {
     const char* name;
-    const char* directives;      // inside the logrotate block
-    const char* parameters;      // of the target
-    bool quietWhileItRotates;    // copytruncate loses what is written between its copy and truncate
+    const char* directives;    // inside the logrotate block
+    const char* parameters;    // of the target
+    // Logging pauses while logrotate runs where its own window would lose records: copytruncate
+    // between its copy and its truncation, compress without delaycompress when it compresses the
+    // moved file before the target has left it.
+    bool quietWhileItRotates;
 };
 
 void PrintTo(const CLogrotateCase& c, std::ostream* out)
@@ -123,8 +126,10 @@ TEST_P(CLogrotateTest, FindsEveryRecordOnceAfterLogrotateRanWhileThreadsLogged)
 INSTANTIATE_TEST_SUITE_P(
     Modes, CLogrotateTest,
     ::testing::Values(CLogrotateCase{"create", "create", "", false},
-                      CLogrotateCase{"createCompress", "create\n  compress", "", false},
-                      CLogrotateCase{"createCompressBuffered", "create\n  compress", ", buffer=64K, flush-ms=100", false},
+                      CLogrotateCase{"createCompress", "create\n  compress\n  delaycompress", "", false},
+                      CLogrotateCase{"createCompressBuffered", "create\n  compress\n  delaycompress",
+                                     ", buffer=64K, flush-ms=100", false},
+                      CLogrotateCase{"createCompressAtOnce", "create\n  compress", "", true},
                       CLogrotateCase{"copytruncate", "copytruncate", "", true}),
     [](const ::testing::TestParamInfo<CLogrotateCase>& param) { return std::string(param.param.name); });
 
