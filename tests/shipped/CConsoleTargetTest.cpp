@@ -1,12 +1,11 @@
 // The console target loaded through a configuration file, writing to real pipes and a real
 // pseudo-terminal put in place of standard error or output: lines, levels, the colour policy, and
-// a closed pipe that must neither kill the program nor go unreported.
+// a closed pipe that must neither kill the program nor go unreported. Each test case runs in a
+// process of its own, so the environment it changes needs no restoring.
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <optional>
 #include <poll.h>
 #include <pty.h>
 #include <syslog.h>
@@ -22,7 +21,7 @@ namespace {
 
 const std::string TARGET = "target = " VEXLOR_TEST_TARGET_CONSOLE;
 
-// Scoped: puts `replacement` on descriptor `fd` (1 or 2) and restores the original.
+// Scoped: puts `replacement` on descriptor `fd` (1 or 2), and the original back at the end.
 class CRedirect {
 public:
     CRedirect(int fd, int replacement) : m_fd(fd), m_saved(dup(fd)) { dup2(replacement, fd); }
@@ -39,36 +38,13 @@ private:
     int m_saved;
 };
 
-// Scoped environment variable: set (or unset for nullopt), restored at the end.
-class CEnvironment {
-public:
-    CEnvironment(const char* name, std::optional<std::string> value) : m_name(name)
-    {
-        if (const char* old = std::getenv(name)) {
-            m_saved = old;
-        }
-        value ? setenv(name, value->c_str(), 1) : unsetenv(name);
-    }
-    ~CEnvironment() { m_saved ? setenv(m_name, m_saved->c_str(), 1) : unsetenv(m_name); }
-    CEnvironment(const CEnvironment&) = delete;
-    CEnvironment& operator=(const CEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_saved;
-};
-
-// What is waiting on `fd` (the read end of a pipe, or a terminal's master side).
+// What waits on `fd`: the read end of a pipe or a terminal's master side.
 std::string drain(int fd)
 {
     std::string text;
     char buffer[4096];
     pollfd ready{fd, POLLIN, 0};
-    while (poll(&ready, 1, 200) == 1 && (ready.revents & POLLIN) != 0) {
-        const ssize_t got = read(fd, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
+    for (ssize_t got; poll(&ready, 1, 100) == 1 && (got = read(fd, buffer, sizeof buffer)) > 0;) {
         text.append(buffer, static_cast<std::size_t>(got));
     }
     return text;
@@ -85,15 +61,6 @@ protected:
     {
         m_container.log(42, 0, 4102444800LL, 7, level, "main", "net", "", message);
     }
-    // Loads the target with `parameters` while `fd` leads to `replacement`, logs one warning,
-    // unloads the target again.
-    void logOneWarning(int fd, int replacement, const std::string& parameters)
-    {
-        CRedirect redirect(fd, replacement);
-        read(TARGET + ", " + parameters + "\n");
-        log(VX_WARN, "w");
-        read("");
-    }
 
     CTempDir m_dir;
     CSyslogCapture m_syslog;
@@ -102,25 +69,18 @@ protected:
 
 TEST_F(CConsoleTargetTest, WritesOneLinePerRecordOfItsLevelsToTheChosenStream)
 {
-    int pipeFds[2];
-    ASSERT_EQ(0, pipe2(pipeFds, O_CLOEXEC));
-    {
-        CRedirect redirect(STDOUT_FILENO, pipeFds[1]);
-        read(TARGET + ", stream=stdout, color=always, pattern=%l %m, levels=warn trace\n");
+    int fds[2];
+    ASSERT_EQ(0, pipe(fds));
+    for (const std::string stream : {"stdout", "stderr"}) {
+        CRedirect redirect(stream == "stdout" ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
+        read(TARGET + ", stream=" + stream + ", color=always, pattern=%l %m, levels=warn trace\n");
         log(VX_ERR, "filtered out");
         log(VX_WARN, "first\nsecond");
         log(VX_ENTERLEAVE, "entering");
-        log(VX_INFO, "filtered out");
         read("");
     }
-    EXPECT_EQ("\033[33mWARN first\\nsecond\033[0m\n\033[36mTRACE entering\033[0m\n", drain(pipeFds[0]));
-
-    // By default: standard error, every level.
-    logOneWarning(STDERR_FILENO, pipeFds[1], "color=never, pattern=%c: %m");
-    EXPECT_EQ("net: w\n", drain(pipeFds[0]));
-    close(pipeFds[0]);
-    close(pipeFds[1]);
-
+    const std::string lines = "\033[33mWARN first\\nsecond\033[0m\n\033[36mTRACE entering\033[0m\n";
+    EXPECT_EQ(lines + lines, drain(fds[0]));
     read(TARGET + ", stream=stdlog\n");
     EXPECT_TRUE(m_syslog.contains("console target \"console\": stream=stdlog: not stderr or stdout", LOG_ERR));
 }
@@ -129,40 +89,40 @@ TEST_F(CConsoleTargetTest, WritesOneLinePerRecordOfItsLevelsToTheChosenStream)
 TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 {
     struct CCase {
-        std::string color;
-        std::optional<std::string> term, noColor;
+        const char* color;
+        const char* term;     // null: unset
+        const char* noColor;  // null: unset
         bool terminal;
         bool coloured;
     };
     const CCase cases[] = {
-        {"auto", "xterm", std::nullopt, true, true},   {"auto", "xterm", "", true, true},
-        {"auto", "xterm", "1", true, false},           {"auto", "dumb", std::nullopt, true, false},
-        {"auto", std::nullopt, std::nullopt, true, false}, {"auto", "xterm", std::nullopt, false, false},
-        {"always", "dumb", "1", false, true},          {"never", "xterm", std::nullopt, true, false},
+        {"auto", "xterm", nullptr, true, true},  {"auto", "xterm", "", true, true},
+        {"auto", "xterm", "1", true, false},     {"auto", "dumb", nullptr, true, false},
+        {"auto", nullptr, nullptr, true, false}, {"auto", "xterm", nullptr, false, false},
+        {"always", "dumb", "1", false, true},    {"never", "xterm", nullptr, true, false},
     };
     for (const CCase& c : cases) {
-        CEnvironment term("TERM", c.term);
-        CEnvironment noColor("NO_COLOR", c.noColor);
-        int reader = -1;
-        int writer = -1;
+        c.term != nullptr ? setenv("TERM", c.term, 1) : unsetenv("TERM");
+        c.noColor != nullptr ? setenv("NO_COLOR", c.noColor, 1) : unsetenv("NO_COLOR");
+        int fds[2];  // reading side, writing side
         if (c.terminal) {
-            ASSERT_EQ(0, openpty(&reader, &writer, nullptr, nullptr, nullptr));
             termios raw{};
-            tcgetattr(writer, &raw);
-            cfmakeraw(&raw);  // no \r added to the line feed
-            tcsetattr(writer, TCSANOW, &raw);
+            cfmakeraw(&raw);  // no carriage return added to the line feed
+            ASSERT_EQ(0, openpty(&fds[0], &fds[1], nullptr, &raw, nullptr));
         } else {
-            int pipeFds[2];
-            ASSERT_EQ(0, pipe(pipeFds));
-            reader = pipeFds[0];
-            writer = pipeFds[1];
+            ASSERT_EQ(0, pipe(fds));
         }
-        logOneWarning(STDERR_FILENO, writer, "color=" + c.color + ", pattern=%m");
-        EXPECT_EQ(c.coloured ? "\033[33mw\033[0m\n" : "w\n", drain(reader))
-            << "color=" << c.color << " TERM=" << c.term.value_or("(unset)")
-            << " NO_COLOR=" << c.noColor.value_or("(unset)") << (c.terminal ? " terminal" : " pipe");
-        close(reader);
-        close(writer);
+        {
+            CRedirect redirect(STDERR_FILENO, fds[1]);
+            read(TARGET + ", color=" + c.color + ", pattern=%m\n");
+            log(VX_WARN, "w");
+            read("");
+        }
+        EXPECT_EQ(c.coloured ? "\033[33mw\033[0m\n" : "w\n", drain(fds[0]))
+            << c.color << " TERM=" << (c.term ? c.term : "(unset)") << " NO_COLOR=" << (c.noColor ? c.noColor : "(unset)")
+            << (c.terminal ? " terminal" : " pipe");
+        close(fds[0]);
+        close(fds[1]);
     }
 }
 
@@ -175,10 +135,10 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
     const std::string started =
         who + ": write failed: Broken pipe; records are lost until it works again (retried once a second)";
     int closed[2];
-    ASSERT_EQ(0, pipe(closed));
-    close(closed[0]);
     int working[2];
+    ASSERT_EQ(0, pipe(closed));
     ASSERT_EQ(0, pipe(working));
+    close(closed[0]);
     {
         CRedirect redirect(STDERR_FILENO, closed[1]);
         read(TARGET + ", color=never, pattern=%m\n");
@@ -213,9 +173,6 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
     EXPECT_EQ(2, m_syslog.count(started, LOG_ERR));
     EXPECT_TRUE(m_syslog.contains(who + ": 2 records lost (write failed: Broken pipe) until the target was unloaded",
                                   LOG_ERR));
-    close(closed[1]);
-    close(working[0]);
-    close(working[1]);
 }
 
 }  // namespace
