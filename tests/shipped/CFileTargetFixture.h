@@ -3,6 +3,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdlib>
+#include <numeric>
 #include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -57,21 +59,17 @@ protected:
     CLogTargetContainer m_container{m_dir.path(), false, nullptr};
 };
 
-// The lines of `path`, a ".gz" file decompressed, without their line feeds. A last line without
-// a line feed comes back with "<unended>" after it.
+// The lines of `path` (a ".gz" file decompressed), without line feeds; an unended last line
+// comes back with "<unended>" after it.
 inline std::vector<std::string> linesOf(const std::string& path)
 {
     std::string content;
-    if (path.size() > 3 && path.compare(path.size() - 3, 3, ".gz") == 0) {
-        FILE* gunzip = popen(("gzip -dc '" + path + "'").c_str(), "r");
-        char buffer[4096];
-        for (std::size_t got; gunzip != nullptr && (got = std::fread(buffer, 1, sizeof buffer, gunzip)) > 0;) {
-            content.append(buffer, got);
-        }
-        EXPECT_TRUE(gunzip != nullptr && pclose(gunzip) == 0) << path;
-    } else {
-        content = readFile(path);
+    FILE* in = popen(("gzip -dcf '" + path + "'").c_str(), "r");  // -f: other files pass as they are
+    char buffer[4096];
+    for (std::size_t got; in != nullptr && (got = std::fread(buffer, 1, sizeof buffer, in)) > 0;) {
+        content.append(buffer, got);
     }
+    EXPECT_TRUE(in != nullptr && pclose(in) == 0) << path;
     std::vector<std::string> lines;
     std::size_t start = 0;
     for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
@@ -88,7 +86,7 @@ inline std::vector<std::string> linesOfAll(const std::string& directory, const s
 {
     std::vector<std::string> lines;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.is_regular_file() && entry.path().filename().string().rfind(prefix, 0) == 0) {
+        if (entry.path().filename().string().rfind(prefix, 0) == 0) {
             const std::vector<std::string> more = linesOf(entry.path().string());
             lines.insert(lines.end(), more.begin(), more.end());
         }
@@ -101,9 +99,8 @@ inline std::vector<int> recordNumbers(const std::vector<std::string>& lines)
 {
     std::vector<int> numbers;
     for (const std::string& line : lines) {
-        int number = -1;
-        if (std::sscanf(line.c_str(), "record %d", &number) == 1 && line == recordText(number)) {
-            numbers.push_back(number);
+        if (line.rfind("record ", 0) == 0 && line == recordText(std::atoi(line.c_str() + 7))) {
+            numbers.push_back(std::atoi(line.c_str() + 7));
         }
     }
     std::sort(numbers.begin(), numbers.end());
@@ -113,9 +110,7 @@ inline std::vector<int> recordNumbers(const std::vector<std::string>& lines)
 // first, first + 1, ..., first + count - 1
 inline std::vector<int> range(int first, int count)
 {
-    std::vector<int> numbers;
-    for (int n = first; n < first + count; ++n) {
-        numbers.push_back(n);
-    }
+    std::vector<int> numbers(static_cast<std::size_t>(count));
+    std::iota(numbers.begin(), numbers.end(), first);
     return numbers;
 }

@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
-#include <map>
-#include <stdexcept>
 
 #include "CLineLayout.h"
 
@@ -95,25 +93,6 @@ TEST(CLineLayoutTest, BuildsLinesLongerThanItsInlineBuffer)
         escaped += "\\x01";
     }
     EXPECT_EQ("<" + fields.thread + ">" + escaped, formatted("<%T>%m", fields));
-}
-
-TEST(CLineLayoutTest, RefusesUnknownTokensAndClocksNamingThem)
-{
-    const std::pair<std::map<std::string, std::string>, std::string> cases[] = {
-        {{{"pattern", "%d %x"}}, "pattern=%d %x: unknown token %x"},
-        {{{"pattern", "50%"}}, "pattern=50%: a lone % at the end"},
-        {{{"time", "gmt"}}, "time=gmt: not local or utc"},
-    };
-    for (const auto& [params, message] : cases) {
-        CLogTargetParameters parameters;
-        parameters.params = params;
-        try {
-            CLineLayout::fromParameters(parameters);
-            ADD_FAILURE() << message;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_EQ(0u, std::string(e.what()).find(message)) << e.what();
-        }
-    }
 }
 
 }  // namespace
