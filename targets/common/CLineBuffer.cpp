@@ -1,15 +1,6 @@
 // The out-of-line parts of CLineBuffer: growth, numbers and escaping.
 #include "CLineBuffer.h"
 
-namespace {
-
-bool isControl(unsigned char c)
-{
-    return c < 0x20 || c == 0x7f;
-}
-
-}  // namespace
-
 void CLineBuffer::grow(std::size_t more)
 {
     std::size_t capacity = m_capacity * 2;
@@ -23,54 +14,43 @@ void CLineBuffer::grow(std::size_t more)
     m_capacity = capacity;
 }
 
-void CLineBuffer::appendUnsigned(unsigned long long value, int width)
+char* CLineBuffer::putUnsigned(char* to, unsigned long long value, int width)
 {
-    char digits[24];
-    char* end = digits + sizeof digits;
-    char* begin = end;
+    char digits[20];
+    int count = 0;
     do {
-        *--begin = static_cast<char>('0' + value % 10);
+        digits[count++] = static_cast<char>('0' + value % 10);
         value /= 10;
     } while (value != 0);
-    while (end - begin < width && begin > digits) {
-        *--begin = '0';
+    while (count < width && count < 20) {
+        digits[count++] = '0';
     }
-    append(begin, static_cast<std::size_t>(end - begin));
+    while (count > 0) {
+        *to++ = digits[--count];
+    }
+    return to;
 }
 
 void CLineBuffer::appendSigned(long long value)
 {
+    char* to = claim(21);
     if (value < 0) {
-        append('-');
-        // Through unsigned arithmetic, so that the most negative value does not overflow.
-        appendUnsigned(0ULL - static_cast<unsigned long long>(value));
-    } else {
-        appendUnsigned(static_cast<unsigned long long>(value));
+        *to++ = '-';
     }
+    // Through unsigned arithmetic, so that the most negative value does not overflow.
+    commit(putUnsigned(to, value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value)));
 }
 
-void CLineBuffer::appendEscaped(const char* text, std::size_t length)
+char* CLineBuffer::putEscape(char* to, unsigned char control)
 {
     static const char HEX[] = "0123456789abcdef";
-    const char* const end = text + length;
-    while (text < end) {
-        // Copy the run up to the next control byte in one go.
-        const char* run = text;
-        while (run < end && !isControl(static_cast<unsigned char>(*run))) {
-            ++run;
-        }
-        append(text, static_cast<std::size_t>(run - text));
-        if (run == end) {
-            return;
-        }
-        const auto c = static_cast<unsigned char>(*run);
-        char escape[4] = {'\\', 'x', HEX[c >> 4], HEX[c & 0xf]};
-        std::size_t escapeLength = 4;
-        if (c == '\n' || c == '\r' || c == '\t') {
-            escape[1] = c == '\n' ? 'n' : c == '\r' ? 'r' : 't';
-            escapeLength = 2;
-        }
-        append(escape, escapeLength);
-        text = run + 1;
+    *to++ = '\\';
+    if (control == '\n' || control == '\r' || control == '\t') {
+        *to++ = control == '\n' ? 'n' : control == '\r' ? 'r' : 't';
+        return to;
     }
+    *to++ = 'x';
+    *to++ = HEX[control >> 4];
+    *to++ = HEX[control & 0xf];
+    return to;
 }

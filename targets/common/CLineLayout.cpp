@@ -49,12 +49,31 @@ CLineLayout::CLineLayout(const std::string& pattern, bool utc) : m_utc(utc)
         }
         if (!text.empty()) {
             m_items.push_back(CItem{EToken::TEXT, text});
+            m_fixedLength += text.size();
             text.clear();
         }
         m_items.push_back(CItem{found->token, std::string()});
+        count(found->token);
     }
     if (!text.empty()) {
         m_items.push_back(CItem{EToken::TEXT, text});
+        m_fixedLength += text.size();
+    }
+}
+
+void CLineLayout::count(EToken token)
+{
+    switch (token) {
+    case EToken::DATE: m_fixedLength += sizeof m_date; m_usesClock = true; break;
+    case EToken::TIME: m_fixedLength += sizeof m_time + 7; m_usesClock = true; break;
+    case EToken::THREAD: ++m_uses.thread; break;
+    case EToken::COMPONENT: ++m_uses.component; break;
+    case EToken::FUNCTION: ++m_uses.function; break;
+    case EToken::FUNCTION_PREFIX: ++m_uses.function; m_fixedLength += 2; break;
+    case EToken::MESSAGE: ++m_uses.message; break;
+    case EToken::APPNAME: ++m_uses.appname; break;
+    case EToken::INDENT: m_fixedLength += 2 * MAX_INDENT_DEPTH; break;
+    default: m_fixedLength += 21; break;  // a number or a level name
     }
 }
 
@@ -85,66 +104,83 @@ void CLineLayout::updateClock(long long seconds)
 
 void CLineLayout::format(CLineBuffer& out, const CLogRecord& record)
 {
+    // One conversion per second of record time: the rest of the second reuses the text.
+    if (m_usesClock && (!m_clockValid || record.seconds != m_clockSecond)) {
+        updateClock(record.seconds);
+    }
+    const char* appname = displayedAppname(record.appname);
+    const std::size_t appnameLength = std::strlen(appname);
+    // The line is written in one pass without a check per piece, after one reservation for its
+    // longest length.
+    char* to = out.claim(m_fixedLength + CLineBuffer::ESCAPED_MAX * (m_uses.thread * record.threadName.size() +
+                                                                     m_uses.component * record.componentName.size() +
+                                                                     m_uses.function * record.functionName.size() +
+                                                                     m_uses.message * record.message.size() +
+                                                                     m_uses.appname * appnameLength));
     for (const CItem& item : m_items) {
         switch (item.token) {
         case EToken::TEXT:
-            out.append(item.text);
+            to = CLineBuffer::put(to, item.text.data(), item.text.size());
             break;
         case EToken::DATE:
+            to = CLineBuffer::put(to, m_date, sizeof m_date - 1);
+            break;
         case EToken::TIME:
-            // One conversion per second of record time: the rest of the second reuses the text.
-            if (!m_clockValid || record.seconds != m_clockSecond) {
-                updateClock(record.seconds);
-            }
-            if (item.token == EToken::DATE) {
-                out.append(m_date, sizeof m_date - 1);
-            } else {
-                out.append(m_time, sizeof m_time - 1);
-                out.append('.');
-                out.appendUnsigned(static_cast<unsigned>(record.microseconds), 6);
-            }
+            to = CLineBuffer::put(to, m_time, sizeof m_time - 1);
+            *to++ = '.';
+            to = CLineBuffer::putUnsigned(to, static_cast<unsigned>(record.microseconds), 6);
             break;
         case EToken::PID:
-            out.appendSigned(record.pid);
+            if (record.pid != m_pid || m_pidLength == 0) {
+                m_pid = record.pid;  // the same in every record of a process: converted once
+                char* end = m_pidText;
+                if (record.pid < 0) {
+                    *end++ = '-';
+                }
+                end = CLineBuffer::putUnsigned(end, record.pid < 0 ? 0ULL - static_cast<unsigned long long>(record.pid)
+                                                                   : static_cast<unsigned long long>(record.pid));
+                m_pidLength = static_cast<std::size_t>(end - m_pidText);
+            }
+            to = CLineBuffer::put(to, m_pidText, m_pidLength);
             break;
-        case EToken::APPNAME: {
-            const char* name = displayedAppname(record.appname);
-            out.appendEscaped(name, std::strlen(name));
+        case EToken::APPNAME:
+            to = CLineBuffer::putEscaped(to, appname, appnameLength);
             break;
-        }
         case EToken::LEVEL_NAME:
             if (const char* name = levelName(record.level)) {
-                out.append(name);
+                to = CLineBuffer::put(to, name, std::strlen(name));
             } else {
-                out.appendUnsigned(record.level->numeric);
+                to = CLineBuffer::putUnsigned(to, record.level->numeric);
             }
             break;
         case EToken::LEVEL_NUMBER:
-            out.appendUnsigned(record.level->numeric);
+            to = CLineBuffer::putUnsigned(to, record.level->numeric);
             break;
         case EToken::THREAD:
-            out.appendEscaped(record.threadName);
+            to = CLineBuffer::putEscaped(to, record.threadName.data(), record.threadName.size());
             break;
         case EToken::COMPONENT:
-            out.appendEscaped(record.componentName);
+            to = CLineBuffer::putEscaped(to, record.componentName.data(), record.componentName.size());
             break;
         case EToken::FUNCTION:
-            out.appendEscaped(record.functionName);
-            break;
         case EToken::FUNCTION_PREFIX:
-            if (!record.functionName.empty()) {
-                out.appendEscaped(record.functionName);
-                out.append(": ", 2);
+            to = CLineBuffer::putEscaped(to, record.functionName.data(), record.functionName.size());
+            if (item.token == EToken::FUNCTION_PREFIX && !record.functionName.empty()) {
+                to = CLineBuffer::put(to, ": ", 2);
             }
             break;
-        case EToken::INDENT:
-            out.appendSpaces(2 * static_cast<std::size_t>(std::min(std::max(record.depth, 0), MAX_INDENT_DEPTH)));
+        case EToken::INDENT: {
+            const auto spaces = static_cast<std::size_t>(2 * std::min(std::max(record.depth, 0), MAX_INDENT_DEPTH));
+            std::memset(to, ' ', spaces);
+            to += spaces;
             break;
+        }
         case EToken::MESSAGE:
-            out.appendEscaped(record.message);
+            to = CLineBuffer::putEscaped(to, record.message.data(), record.message.size());
             break;
         }
     }
+    out.commit(to);
 }
 
 const char* displayedAppname(const std::string& appname)

@@ -59,13 +59,23 @@ private:
     };
 
     void updateClock(long long seconds);
+    void count(EToken token);
 
     std::vector<CItem> m_items;
+    // The longest line: m_fixedLength plus, per use of a text field, its length escaped.
+    std::size_t m_fixedLength = 0;
+    struct {
+        std::size_t thread = 0, component = 0, function = 0, message = 0, appname = 0;
+    } m_uses;
     bool m_utc;
+    bool m_usesClock = false;
     bool m_clockValid = false;
     long long m_clockSecond = 0;  // the second that m_date and m_time show
     char m_date[11] = {};
     char m_time[9] = {};
+    int m_pid = 0;  // the process id that m_pidText shows (when m_pidLength is not 0)
+    char m_pidText[24] = {};
+    std::size_t m_pidLength = 0;
 };
 
 // The application name for display: `appname`, or the program's own name while it is empty.
