@@ -23,10 +23,10 @@ mode_t modeOf(const std::string& path)
     return about.st_mode & 07777;
 }
 
-// How often the file target's thread has gone to sleep so far (0 without such a thread).
+// How often the file target's thread has gone to sleep so far (-1 without such a thread).
 long sleepsOfTheFileThread()
 {
-    long sleeps = 0;
+    long sleeps = -1;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         if (readFile(task.path() / "comm") == "vexlor-file\n") {
             const std::string status = readFile(task.path() / "status");
@@ -150,6 +150,7 @@ TEST_F(CFileTargetTest, BuffersUntilTheBufferFillsAnUrgentRecordComesTheTimerRun
     ASSERT_TRUE(waitUntil([&] { return recordNumbers(linesOf(logPath("timed.log"))).size() == 13; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     const long sleeps = sleepsOfTheFileThread();
+    ASSERT_GE(sleeps, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     EXPECT_EQ(sleeps, sleepsOfTheFileThread());
     read("");

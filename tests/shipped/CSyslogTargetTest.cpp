@@ -57,7 +57,7 @@ TEST_F(CSyslogTargetTest, KeepsTheLibrarysFacilityByDefaultAndRefusesUnknownOnes
     read("");
     read("target = " VEXLOR_TEST_TARGET_SYSLOG ", facility=kernel\n");
     EXPECT_TRUE(m_syslog.contains(
-        "syslog target \"syslog\": facility=kernel: unknown facility (user, daemon, local0 to local7)", LOG_ERR));
+        "syslog target \"syslog\": facility=kernel: unknown facility \"kernel\" (user, daemon, local0 to local7)", LOG_ERR));
 }
 
 }  // namespace
