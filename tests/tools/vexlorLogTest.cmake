@@ -5,10 +5,10 @@
 #         [-DEMULATOR=<command line>] -P <this file>
 cmake_minimum_required(VERSION 3.25)
 separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
-set(records ${WORK_DIR}/records.tsv)
+set(records ${WORK_DIR}/records.log)
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR} ${CONFIG_DIR})
-file(WRITE ${CONFIG_DIR}/vexlor.cfg "target = ${FILE_TARGET}, path=${records}\ncomponent = net, 1111\n")
+file(WRITE ${CONFIG_DIR}/vexlor.cfg "target = ${FILE_TARGET}, path=${records}, pattern=%L|%T|%c|%f|%m\ncomponent = net, 1111\n")
 
 function(expect_status expected)
   execute_process(COMMAND ${emulator} ${TOOL} ${ARGN} RESULT_VARIABLE rc ERROR_VARIABLE err)
@@ -24,8 +24,7 @@ expect_status(2 -c net -l bogus nothing)
 expect_status(2 -c net)
 
 file(STRINGS ${records} lines)
-list(TRANSFORM lines REPLACE "^[0-9.]+\t[0-9]+\t" "")
-set(expected "3\tmain\tnet\t\t0\tdisk full" "6\tjob\tnet\t\t0\tforced")
+set(expected "3|main|net||disk full" "6|job|net||forced")
 if(NOT lines STREQUAL expected)
   message(FATAL_ERROR "records: ${lines}\nexpected: ${expected}")
 endif()
