@@ -25,8 +25,11 @@ constexpr char DIGIT_PAIRS[] =
     "8081828384858687888990919293949596979899";
 constexpr char LOWER_HEX[] = "0123456789abcdef";
 constexpr char UPPER_HEX[] = "0123456789ABCDEF";
-// Enough for the octal digits of 64 bits (22).
-constexpr std::size_t MAX_DIGITS = 24;
+// The octal digits of 64 bits.
+constexpr std::size_t MAX_DIGITS = 22;
+
+// Inlined into both calls of convert(): the bare conversion and the general one.
+#define ALWAYS_INLINE __attribute__((always_inline)) inline
 
 enum class ELength { NONE, HH, H, L, LL, Z, J, T };
 
@@ -45,41 +48,76 @@ struct CSpec {
 // Writes up to the buffer's last byte but one and counts everything, as vsnprintf does.
 class COutput {
 public:
-    COutput(char* buffer, std::size_t size) : m_buffer(buffer), m_size(size), m_limit(size == 0 ? 0 : size - 1) {}
+    // Without a buffer the cursor points at NO_BUFFER, so that no copy ever gets a null pointer.
+    COutput(char* buffer, std::size_t size)
+        : m_start(size == 0 ? &NO_BUFFER : buffer), m_cursor(m_start), m_end(m_start + (size == 0 ? 0 : size - 1)),
+          m_terminated(size != 0)
+    {
+    }
 
     void put(const char* text, std::size_t count)
     {
-        if (m_length < m_limit) {
-            const std::size_t room = m_limit - m_length;
-            std::memcpy(m_buffer + m_length, text, count < room ? count : room);
+        if (count <= room()) {
+            std::memcpy(m_cursor, text, count);
+            m_cursor += count;
+        } else {
+            const std::size_t part = room();
+            std::memcpy(m_cursor, text, part);
+            m_cursor += part;
+            m_beyond += count - part;
         }
-        m_length += count;
     }
 
     void fill(char c, std::size_t count)
     {
-        if (m_length < m_limit) {
-            const std::size_t room = m_limit - m_length;
-            std::memset(m_buffer + m_length, c, count < room ? count : room);
+        if (count == 0) {
+            return;
         }
-        m_length += count;
+        const std::size_t part = count <= room() ? count : room();
+        std::memset(m_cursor, c, part);
+        m_cursor += part;
+        m_beyond += count - part;
     }
 
     void terminate()
     {
-        if (m_size != 0) {
-            m_buffer[m_length < m_limit ? m_length : m_limit] = '\0';
+        if (m_terminated) {
+            *m_cursor = '\0';
         }
     }
 
-    std::size_t length() const { return m_length; }
+    std::size_t length() const { return static_cast<std::size_t>(m_cursor - m_start) + m_beyond; }
 
 private:
-    char* const m_buffer;
-    const std::size_t m_size;
-    const std::size_t m_limit;
-    std::size_t m_length = 0;
+    std::size_t room() const { return static_cast<std::size_t>(m_end - m_cursor); }
+
+    static char NO_BUFFER;  // never written: nothing fits
+    char* const m_start;
+    char* m_cursor;
+    char* const m_end;
+    const bool m_terminated;
+    std::size_t m_beyond = 0;  // characters past the cut
 };
+
+char COutput::NO_BUFFER;
+
+bool isConversion(char c)
+{
+    switch (c) {
+    case 'd':
+    case 'i':
+    case 'u':
+    case 'o':
+    case 'x':
+    case 'X':
+    case 'c':
+    case 's':
+    case 'p':
+        return true;
+    default:
+        return false;
+    }
+}
 
 bool isDigit(char c)
 {
@@ -239,7 +277,7 @@ char* octalDigits(char* end, unsigned long long value)
 }
 
 // Text padded with blanks to the width; glibc ignores the '0' flag for %s, %c and "(nil)".
-void putPadded(COutput& out, const CSpec& spec, const char* text, std::size_t length)
+ALWAYS_INLINE void putPadded(COutput& out, const CSpec& spec, const char* text, std::size_t length)
 {
     const auto width = static_cast<std::size_t>(spec.width);
     const std::size_t padding = width > length ? width - length : 0;
@@ -252,7 +290,7 @@ void putPadded(COutput& out, const CSpec& spec, const char* text, std::size_t le
     }
 }
 
-bool putString(COutput& out, const CSpec& spec, const char* text)
+ALWAYS_INLINE bool putString(COutput& out, const CSpec& spec, const char* text)
 {
     if (text == nullptr) {
         // glibc prints "(null)" only where the precision leaves room for all of it.
@@ -271,108 +309,126 @@ bool putString(COutput& out, const CSpec& spec, const char* text)
     return true;
 }
 
-// Integer conversions and %p: [blanks] [sign or 0x] [zeros] digits [blanks].
-void putInteger(COutput& out, const CSpec& spec, va_list& args)
+// The digits of an integer conversion are at [first, end), its sign or "0x" just before them from
+// `prefixed` on. Adds the zeros of the precision and of the '0' flag, and the width's blanks:
+// [blanks] [prefix] [zeros] digits [blanks].
+ALWAYS_INLINE void putNumber(COutput& out, const CSpec& spec, const char* prefixed, const char* first, const char* end)
 {
-    char digits[MAX_DIGITS];
-    char* const end = digits + sizeof digits;
-    char* first = nullptr;
-    char prefix[2];
-    std::size_t prefixLength = 0;
-    unsigned long long value = 0;
-    bool isSigned = false;
-    switch (spec.conversion) {
-    case 'd':
-    case 'i': {
-        const long long number = readSigned(args, spec.length);
-        isSigned = true;
-        // Negated in unsigned arithmetic, which is right for the most negative value too.
-        value = number < 0 ? 0ULL - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
-        if (number < 0) {
-            prefix[prefixLength++] = '-';
-        }
-        first = decimalDigits(end, value);
-        break;
+    if (spec.width == 0 && spec.precision < 0 && spec.conversion != 'o') {  // the usual case: nothing to add
+        out.put(prefixed, static_cast<std::size_t>(end - prefixed));
+        return;
     }
-    case 'u':
-        value = readUnsigned(args, spec.length);
-        first = decimalDigits(end, value);
-        break;
-    case 'o':
-        value = readUnsigned(args, spec.length);
-        first = octalDigits(end, value);
-        break;
-    case 'x':
-    case 'X':
-        value = readUnsigned(args, spec.length);
-        first = hexDigits(end, value, spec.conversion == 'x' ? LOWER_HEX : UPPER_HEX);
-        if (spec.alternate && value != 0) {
-            prefix[prefixLength++] = '0';
-            prefix[prefixLength++] = spec.conversion;
-        }
-        break;
-    default: {  // 'p': like "%#lx", but glibc also honours '+' and ' ' here
-        value = reinterpret_cast<std::uintptr_t>(va_arg(args, void*));
-        if (value == 0) {
-            putPadded(out, spec, "(nil)", 5);
-            return;
-        }
-        isSigned = true;
-        first = hexDigits(end, value, LOWER_HEX);
-        break;
-    }
-    }
-    if (isSigned && prefixLength == 0 && (spec.plus || spec.space)) {
-        prefix[prefixLength++] = spec.plus ? '+' : ' ';
-    }
-    if (spec.conversion == 'p') {
-        prefix[prefixLength++] = '0';
-        prefix[prefixLength++] = 'x';
-    }
-    // A zero precision prints no digit for the value 0.
-    const std::size_t count = spec.precision == 0 && value == 0 ? 0 : static_cast<std::size_t>(end - first);
+    const auto count = static_cast<std::size_t>(end - first);
     const auto precision = static_cast<std::size_t>(spec.precision < 0 ? 0 : spec.precision);
     std::size_t zeros = precision > count ? precision - count : 0;
     // '#' with %o: the first digit printed is a 0.
     if (spec.conversion == 'o' && spec.alternate && zeros == 0 && (count == 0 || *first != '0')) {
         zeros = 1;
     }
-    std::size_t length = prefixLength + zeros + count;
+    const auto prefixLength = static_cast<std::size_t>(first - prefixed);
     const auto width = static_cast<std::size_t>(spec.width);
-    if (spec.zeroPad && !spec.left && spec.precision < 0 && width > length) {
-        zeros += width - length;
-        length = width;
+    const std::size_t length = prefixLength + zeros + count;
+    std::size_t padding = width > length ? width - length : 0;
+    if (spec.zeroPad && !spec.left && spec.precision < 0) {
+        zeros += padding;
+        padding = 0;
     }
-    const std::size_t padding = width > length ? width - length : 0;
     if (!spec.left) {
         out.fill(' ', padding);
     }
-    out.put(prefix, prefixLength);
-    out.fill('0', zeros);
-    out.put(first, count);
+    if (zeros == 0) {
+        out.put(prefixed, prefixLength + count);
+    } else {
+        out.put(prefixed, prefixLength);
+        out.fill('0', zeros);
+        out.put(first, count);
+    }
     if (spec.left) {
         out.fill(' ', padding);
     }
 }
 
+// Room for the digits and a prefix of up to two characters before them.
+struct CDigits {
+    char text[2 + MAX_DIGITS];
+    char* end() { return text + sizeof text; }
+};
+
+ALWAYS_INLINE void putSigned(COutput& out, const CSpec& spec, long long number)
+{
+    CDigits digits;
+    // Negated in unsigned arithmetic, which is right for the most negative value too.
+    const unsigned long long magnitude =
+        number < 0 ? 0ULL - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
+    // A zero precision prints no digit for the value 0.
+    char* const first = spec.precision == 0 && number == 0 ? digits.end() : decimalDigits(digits.end(), magnitude);
+    char* prefixed = first;
+    if (number < 0) {
+        *--prefixed = '-';
+    } else if (spec.plus || spec.space) {
+        *--prefixed = spec.plus ? '+' : ' ';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
+// %u, %o, %x, %X
+ALWAYS_INLINE void putUnsigned(COutput& out, const CSpec& spec, unsigned long long value)
+{
+    CDigits digits;
+    char* first = digits.end();
+    if (spec.precision != 0 || value != 0) {
+        switch (spec.conversion) {
+        case 'u': first = decimalDigits(first, value); break;
+        case 'o': first = octalDigits(first, value); break;
+        default: first = hexDigits(first, value, spec.conversion == 'x' ? LOWER_HEX : UPPER_HEX); break;
+        }
+    }
+    char* prefixed = first;
+    if (spec.alternate && value != 0 && spec.conversion != 'u' && spec.conversion != 'o') {
+        *--prefixed = spec.conversion;
+        *--prefixed = '0';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
+// Like "%#lx", but glibc also honours '+' and ' ' here, and writes a null pointer as "(nil)".
+void putPointer(COutput& out, const CSpec& spec, const void* pointer)
+{
+    if (pointer == nullptr) {
+        putPadded(out, spec, "(nil)", 5);
+        return;
+    }
+    CDigits digits;
+    char* const first = hexDigits(digits.end(), reinterpret_cast<std::uintptr_t>(pointer), LOWER_HEX);
+    char* prefixed = first;
+    *--prefixed = 'x';
+    *--prefixed = '0';
+    if (spec.plus || spec.space) {
+        *--prefixed = spec.plus ? '+' : ' ';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
 // One conversion. False for one left to vsnprintf: unknown conversions, wide characters and strings
 // (%lc, %ls) and length modifiers on %c, %s and %p, which glibc accepts but log messages never use.
-bool convert(COutput& out, const CSpec& spec, va_list& args)
+ALWAYS_INLINE bool convert(COutput& out, const CSpec& spec, va_list& args)
 {
     switch (spec.conversion) {
     case 'd':
     case 'i':
+        putSigned(out, spec, readSigned(args, spec.length));
+        return true;
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-        putInteger(out, spec, args);
+        putUnsigned(out, spec, readUnsigned(args, spec.length));
         return true;
     case 'p':
         if (spec.length != ELength::NONE) {
             return false;
         }
-        putInteger(out, spec, args);
+        putPointer(out, spec, va_arg(args, void*));
         return true;
     case 'c': {
         if (spec.length != ELength::NONE) {
@@ -406,7 +462,14 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
             continue;
         }
         CSpec spec;
-        if (!parseSpec(p, args, spec) || !convert(out, spec, args)) {
+        if (isConversion(*p)) {
+            // Most conversions in log messages are bare: with this spec's constant fields the
+            // compiler drops every test of flags, width and precision from this copy of convert().
+            spec.conversion = *p++;
+            if (!convert(out, spec, args)) {
+                return -1;
+            }
+        } else if (!parseSpec(p, args, spec) || !convert(out, spec, args)) {
             return -1;
         }
         // vsnprintf fails with EOVERFLOW where the result does not fit an int.
