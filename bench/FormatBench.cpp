@@ -1,9 +1,9 @@
 // The message formatter against vsnprintf, into the log path's 2048-byte buffer: a short message
 // with one number and a realistic one of 65 characters with four conversions, two of them strings.
-#include <benchmark/benchmark.h>
 #include <cstdarg>
 #include <cstdio>
 
+#include "cases.h"
 #include "messages.h"
 #include "core/printfFormat.h"
 
@@ -48,11 +48,13 @@ int libcFormat(char* buffer, std::size_t size, const char* format, va_list args)
     return vsnprintf(buffer, size, format, args);
 }
 
-// "<case>/<implementation>": tools/bench.sh puts each case on a line, the implementations side by side.
-BENCHMARK(formatValue<vx::formatPrintf>)->Name("format \"value %d\"/vexlor");
-BENCHMARK(formatValue<libcFormat>)->Name("format \"value %d\"/vsnprintf");
-BENCHMARK(formatConnection<vx::formatPrintf>)->Name("format 65 characters, 4 conversions/vexlor");
-BENCHMARK(formatConnection<libcFormat>)->Name("format 65 characters, 4 conversions/vsnprintf");
+const bool REGISTERED = [] {
+    bench::add(bench::CASE_VALUE, "vexlor", formatValue<vx::formatPrintf>);
+    bench::add(bench::CASE_VALUE, "vsnprintf", formatValue<libcFormat>);
+    bench::add(bench::CASE_CONNECTION, "vexlor", formatConnection<vx::formatPrintf>);
+    bench::add(bench::CASE_CONNECTION, "vsnprintf", formatConnection<libcFormat>);
+    return true;
+}();
 
 }  // namespace
 
