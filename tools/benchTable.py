@@ -28,7 +28,10 @@ def read(path):
                 cases.append(case)
             if library not in libraries:
                 libraries.append(library)
-    libraries.sort(key=lambda library: library != REFERENCE)
+    # The reference first, then the libraries measured beside it; a benchmark of its own (such as
+    # a baseline) goes below the table.
+    compared = {library for case, library in medians if (case, REFERENCE) in medians}
+    libraries = [REFERENCE] + sorted((l for l in libraries if l in compared and l != REFERENCE), key=str.lower)
     # Random interleaving mixes the report's order: the cases go by the reference's time instead.
     cases.sort(key=lambda case: medians.get((case, REFERENCE), float("inf")))
     return medians, variations, cases, libraries
@@ -46,6 +49,8 @@ def main(path):
     print("| case | " + " | ".join(libraries) + " |")
     print("|---|" + "---:|" * len(libraries))
     for case in cases:
+        if (case, REFERENCE) not in medians:
+            continue
         cells = []
         for library in libraries:
             if (case, library) in medians:
@@ -53,13 +58,16 @@ def main(path):
             else:
                 cells.append("")
         print(f"| {case} | " + " | ".join(cells) + " |")
+    for case, library in medians:
+        if library not in libraries:
+            print(f"\n{case} ({library}): {duration(medians[case, library])} ±{variations[case, library] * 100:.0f}%")
     print()
     print(f"Each peer's time divided by {REFERENCE}'s (above 1: {REFERENCE} is faster):")
     print()
     print("| case | " + " | ".join(peers) + " |")
     print("|---|" + "---:|" * len(peers))
     for case in cases:
-        if (case, REFERENCE) not in medians:
+        if (case, REFERENCE) not in medians or not any((case, peer) in medians for peer in peers):
             continue
         cells = [f"{medians[case, peer] / medians[case, REFERENCE]:.2f}" if (case, peer) in medians else ""
                  for peer in peers]
