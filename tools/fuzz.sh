@@ -1,7 +1,8 @@
 #!/bin/sh
 # Builds the libFuzzer targets of tests/fuzz (preset 'fuzz', clang) and runs each for its share of
 # the given number of seconds (default 60). What a run finds stays in build/fuzz/corpus/<target>
-# and is where the next run starts; a failing input is saved as build/fuzz/artifacts/<target>-crash-*.
+# and is where the next run starts, beside the seed files of tests/fuzz/corpus/<target> if there are
+# any; a failing input is saved as build/fuzz/artifacts/<target>-crash-*.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install-deps.sh
@@ -15,6 +16,8 @@ mkdir -p build/fuzz/artifacts
 for target in $targets; do
   echo "=== $target: $share s ==="
   mkdir -p "build/fuzz/corpus/$target"
+  seeds=""
+  [ ! -d "tests/fuzz/corpus/$target" ] || seeds="tests/fuzz/corpus/$target"
   build/fuzz/tests/fuzz/$target -max_total_time="$share" -print_final_stats=1 \
-    -artifact_prefix="build/fuzz/artifacts/$target-" "build/fuzz/corpus/$target"
+    -artifact_prefix="build/fuzz/artifacts/$target-" "build/fuzz/corpus/$target" $seeds
 done
