@@ -110,13 +110,15 @@ bool serveClient(CControlServer::CState& state, int client)
     }
     const timeval sendTimeout{SEND_TIMEOUT_S, 0};
     setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof sendTimeout);
-    if (!mayControl(state, peer.uid)) {
-        refuse(state, client, peer);
-        return true;
-    }
+    // Read before answering even a refusal: closing with the request unread would reset the
+    // connection, and the client might see that instead of the reason.
     std::string request;
     if (!readRequest(state, client, request)) {
         return !state.stopping.load();
+    }
+    if (!mayControl(state, peer.uid)) {
+        refuse(state, client, peer);
+        return true;
     }
     std::string answer;
     {

@@ -59,7 +59,7 @@ CControlReply connectFailed(int pid, int error)
                    "cannot reach " + processText(pid) + ": " + std::strerror(error));
 }
 
-bool sendAll(int fd, const std::string& text)
+void sendAll(int fd, const std::string& text)
 {
     std::size_t sent = 0;
     while (sent < text.size()) {
@@ -68,11 +68,10 @@ bool sendAll(int fd, const std::string& text)
             continue;
         }
         if (n <= 0) {
-            return false;
+            return;
         }
         sent += static_cast<std::size_t>(n);
     }
-    return true;
 }
 
 // The answer's lines up to "ok" or "error"; false when the connection ended first.
@@ -124,7 +123,9 @@ CControlReply askProcess(int pid, const std::vector<std::string>& request)
     }
     CControlReply reply;
     int error = 0;
-    if (!sendAll(socket.fd(), vexlor_control::joinFields(request)) || !readAnswer(socket.fd(), reply.lines, error)) {
+    // A failed send still leaves the program's reason for ending the connection to be read.
+    sendAll(socket.fd(), vexlor_control::joinFields(request));
+    if (!readAnswer(socket.fd(), reply.lines, error)) {
         if (kill(pid, 0) != 0 && errno == ESRCH) {
             return failure(CControlReply::gone, processText(pid) + " ended while answering");
         }
