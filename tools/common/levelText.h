@@ -1,4 +1,4 @@
-// Level masks as an operator writes and reads them.
+// Level masks as an operator writes and reads them (vexlorctl, vexlor-check).
 #pragma once
 
 #include <string>
