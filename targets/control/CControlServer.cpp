@@ -2,7 +2,7 @@
 // deadlock under the library's lock, and left alone by fork children.
 #include "CControlServer.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -14,7 +14,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <syslog.h>
-#include <vector>
 
 #include "CControlState.h"
 #include "controlProtocol.h"
@@ -25,30 +24,28 @@ namespace {
 constexpr int BACKLOG = 64;        // vexlorctl list may ask many processes, each once
 constexpr int ACCEPT_RETRY_MS = 1000;  // pause after a failed accept (descriptors exhausted)
 
-// Live servers of this process, for the fork handlers.
-std::mutex registryMutex;
-std::vector<CControlServer::CState*> registry;  // guarded by registryMutex
-
-void lockRegistry() { registryMutex.lock(); }
-void unlockRegistry() { registryMutex.unlock(); }
+// The server of this process, for the fork handler. There is at most one: a second could not
+// bind the process's name. An atomic, not a list under a mutex: the fork handler must take no
+// lock that a destructor running under the library's lock also takes, or the library's own fork
+// preparation (which takes that lock) could deadlock against it.
+std::atomic<CControlServer::CState*> liveServer{nullptr};
 
 // A child must not keep the parent's socket: its copy would keep the name bound after the
 // parent closed it (no re-creation, clients waiting for an answer nobody gives).
 void closeInChild()
 {
-    for (CControlServer::CState* state : registry) {
+    if (CControlServer::CState* state = liveServer.load()) {
         close(state->listenFd);
         close(state->wakeFd);
         state->listenFd = -1;
         state->wakeFd = -1;
     }
-    registryMutex.unlock();
 }
 
-void registerForkHandlers()
+void registerForkHandler()
 {
     static std::once_flag once;
-    std::call_once(once, [] { pthread_atfork(lockRegistry, unlockRegistry, closeInChild); });
+    std::call_once(once, [] { pthread_atfork(nullptr, nullptr, closeInChild); });
 }
 
 std::string socketName(int pid)
@@ -177,17 +174,13 @@ CControlServer::CControlServer() : m_state(new CState), m_thread()
         throw;
     }
     pthread_setname_np(m_thread, "vexlor-control");
-    registerForkHandlers();
-    std::lock_guard<std::mutex> guard(registryMutex);
-    registry.push_back(m_state);
+    registerForkHandler();
+    liveServer.store(m_state);
 }
 
 CControlServer::~CControlServer()
 {
-    {
-        std::lock_guard<std::mutex> guard(registryMutex);
-        registry.erase(std::find(registry.begin(), registry.end(), m_state));
-    }
+    liveServer.store(nullptr);
     if (getpid() != m_state->ownerPid) {
         // A fork child: the thread exists only in the parent, so its share is released here.
         if (m_state->listenFd >= 0) {
