@@ -3,6 +3,7 @@
 // the output instead of syslog.
 #include "targetLoad.h"
 
+#include <dlfcn.h>
 #include <set>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
@@ -35,6 +36,10 @@ std::string createAndHandBack(CFileCheck& check, const CTargetLine& line)
                   "cannot load \"" + line.path + "\": " + (error != nullptr ? error : "unknown error"));
         return std::string();
     }
+    // A program keeps libvexlor.so.1, which each plug-in needs, for its whole life. So does this
+    // tool, which is built from the library's sources and loads it only for the plug-ins: closed
+    // with the last of them, its process-wide objects would go too.
+    dlopen("libvexlor.so.1", RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     IClassFactory* factory = module.getClassFactory();
     if (factory == nullptr) {
         check.add(CFinding::error, line.line, "\"" + line.path + "\" is no log target: it has no class factory" + reported());
