@@ -12,6 +12,7 @@
 // inside a field travels as "\\", "\t" or "\n".
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -32,6 +33,23 @@ inline socklen_t socketAddress(int pid, sockaddr_un& address)
     const std::string name = SOCKET_PREFIX + std::to_string(pid);
     std::memcpy(address.sun_path + 1, name.data(), name.size());  // sun_path[0] == 0: abstract
     return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+// Sends the whole text; gives up when the peer left or stalls past the socket's send time-out
+// (either side's loss is then reported by the other end's reading).
+inline void sendAll(int fd, const std::string& text)
+{
+    std::size_t sent = 0;
+    while (sent < text.size()) {
+        const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return;
+        }
+        sent += static_cast<std::size_t>(n);
+    }
 }
 
 inline std::string joinFields(const std::vector<std::string>& fields)

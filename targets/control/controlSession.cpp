@@ -43,30 +43,17 @@ bool mayControl(const CControlServer::CState& state, uid_t uid)
     return uid == 0 || uid == state.ownerUid || uid == getuid();
 }
 
-void sendAll(int client, const std::string& text)
-{
-    std::size_t sent = 0;
-    while (sent < text.size()) {
-        const ssize_t n = send(client, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;  // the client left or stalled: its loss
-        }
-        sent += static_cast<std::size_t>(n);
-    }
-}
 
 void refuse(CControlServer::CState& state, int client, const ucred& peer)
 {
     if (state.refusedUids.insert(peer.uid).second) {
-        syslog(LOG_WARNING, "control target: refused a request from uid %u (pid %d): only uid %u and root may control this program",
+        syslog(LOG_WARNING,
+               "control target: refused a request from uid %u (pid %d): only uid %u and root may control this program",
                static_cast<unsigned>(peer.uid), static_cast<int>(peer.pid), static_cast<unsigned>(state.ownerUid));
     }
-    sendAll(client, vexlor_control::joinFields({"error", "permission denied: only uid " + std::to_string(state.ownerUid) +
-                                                             " and root may control process " +
-                                                             std::to_string(state.ownerPid)}));
+    const std::string reason = "permission denied: only uid " + std::to_string(state.ownerUid) +
+                               " and root may control process " + std::to_string(state.ownerPid);
+    vexlor_control::sendAll(client, vexlor_control::joinFields({"error", reason}));
 }
 
 // False on time-out, end of file, an overlong line, or when the thread must end.
@@ -131,6 +118,6 @@ bool serveClient(CControlServer::CState& state, int client)
     if (state.stopping.load()) {
         return false;  // the target is gone; the client sees the connection end without "ok"
     }
-    sendAll(client, answer);
+    vexlor_control::sendAll(client, answer);
     return true;
 }

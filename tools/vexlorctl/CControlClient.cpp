@@ -59,20 +59,6 @@ CControlReply connectFailed(int pid, int error)
                    "cannot reach " + processText(pid) + ": " + std::strerror(error));
 }
 
-void sendAll(int fd, const std::string& text)
-{
-    std::size_t sent = 0;
-    while (sent < text.size()) {
-        const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;
-        }
-        sent += static_cast<std::size_t>(n);
-    }
-}
 
 // The answer's lines up to "ok" or "error"; false when the connection ended first.
 bool readAnswer(int fd, std::vector<std::vector<std::string>>& lines, int& error)
@@ -124,7 +110,7 @@ CControlReply askProcess(int pid, const std::vector<std::string>& request)
     CControlReply reply;
     int error = 0;
     // A failed send still leaves the program's reason for ending the connection to be read.
-    sendAll(socket.fd(), vexlor_control::joinFields(request));
+    vexlor_control::sendAll(socket.fd(), vexlor_control::joinFields(request));
     if (!readAnswer(socket.fd(), reply.lines, error)) {
         if (kill(pid, 0) != 0 && errno == ESRCH) {
             return failure(CControlReply::gone, processText(pid) + " ended while answering");
