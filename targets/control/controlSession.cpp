@@ -43,7 +43,6 @@ bool mayControl(const CControlServer::CState& state, uid_t uid)
     return uid == 0 || uid == state.ownerUid || uid == getuid();
 }
 
-
 void refuse(CControlServer::CState& state, int client, const ucred& peer)
 {
     if (state.refusedUids.insert(peer.uid).second) {

@@ -59,7 +59,6 @@ CControlReply connectFailed(int pid, int error)
                    "cannot reach " + processText(pid) + ": " + std::strerror(error));
 }
 
-
 // The answer's lines up to "ok" or "error"; false when the connection ended first.
 bool readAnswer(int fd, std::vector<std::vector<std::string>>& lines, int& error)
 {
