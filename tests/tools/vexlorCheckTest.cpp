@@ -90,7 +90,7 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
         const CCommandResult result = check(each.content, each.options);
         EXPECT_EQ(each.status, result.status) << each.kind << "\n" << result.out << result.err;
         EXPECT_THAT(result.out, HasSubstr(each.expected)) << each.kind;
-        EXPECT_THAT(result.out, HasSubstr("Edit configuration files in place")) << each.kind;
+        EXPECT_THAT(result.out, HasSubstr("Edit in place so that running programs read the file again")) << each.kind;
     }
 }
 

@@ -32,9 +32,8 @@ const char* const USAGE =
     "Exit status: 0 no problems, 1 warnings with --strict, 2 errors.\n";
 
 const char* const IN_PLACE =
-    "Edit configuration files in place, so that running programs read them again: cat new > file,\n"
-    "cp new file, or vexlor-check --install new file. A rename over the file (mv, sed -i, some editors)\n"
-    "ends the watching in every running program until it restarts.\n";
+    "Edit in place so that running programs read the file again (cat new > file, cp new file, vexlor-check "
+    "--install new file): a rename over it (mv, sed -i, some editors) ends their watching until they restart.\n";
 
 struct COptions {
     bool load = false;
