@@ -33,11 +33,14 @@ cmake --build "$build"
 if [ "$arch" != "$(dpkg --print-architecture)" ]; then
   # A cross build: the target's C and C++ libraries are those of Debian's cross toolchain
   # (/usr/<triplet>/lib), whose package files name the cross packages. dpkg-shlibdeps is told
-  # where they are, and its answer is turned into the target system's package names.
+  # where they are, and its answer is turned into the target system's package names. Libraries
+  # unpacked there by tools/install-armhf-libs.sh belong to no package: their packages' shlibs
+  # lines, kept in /usr/<triplet>/shlibs, are handed over as debian/shlibs.local.
   shim="$build/cross-shlibdeps"
   mkdir -p "$shim"
   cat > "$shim/dpkg-shlibdeps" <<SHIM
 #!/bin/sh
+[ ! -f /usr/$triplet/shlibs ] || [ ! -d debian ] || cp /usr/$triplet/shlibs debian/shlibs.local
 deps=\$(/usr/bin/dpkg-shlibdeps -l/usr/$triplet/lib "\$@") || exit \$?
 printf '%s\\n' "\$deps" | sed -e 's/:$arch//g' -e 's/-$arch-cross//g'
 SHIM
