@@ -6,7 +6,7 @@
 # need not match the host's packages of the same names.
 set -eu
 root=/usr/arm-linux-gnueabihf
-[ -e "$root/lib/libssl.so" ] && [ -e "$root/lib/libsystemd.so" ] && exit 0
+[ -e "$root/lib/libssl.so" ] && [ -e "$root/lib/libsystemd.so" ] && [ -e "$root/shlibs" ] && exit 0
 packages="libssl-dev libssl3 libsystemd-dev libsystemd0 libcap2 libgcrypt20 libgpg-error0 liblz4-1 liblzma5 libzstd1"
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
@@ -20,6 +20,9 @@ $apt update || true
 (cd "$work/debs" && $apt download $packages)
 for deb in "$work"/debs/*.deb; do
   dpkg-deb -x "$deb" "$work/tree"
+  # The packages' own library-to-dependency lines: tools/package.sh armhf names them in the
+  # Depends of the targets that link these libraries.
+  dpkg-deb -I "$deb" shlibs >>"$work/shlibs" 2>/dev/null || true
 done
 $sudo mkdir -p "$root/lib" "$root/include"
 for dir in "$work/tree/lib/arm-linux-gnueabihf" "$work/tree/usr/lib/arm-linux-gnueabihf"; do
@@ -27,3 +30,4 @@ for dir in "$work/tree/lib/arm-linux-gnueabihf" "$work/tree/usr/lib/arm-linux-gn
 done
 $sudo cp -a "$work/tree/usr/include/openssl" "$work/tree/usr/include/systemd" "$root/include/"
 $sudo cp -a "$work/tree/usr/include/arm-linux-gnueabihf/openssl/." "$root/include/openssl/"
+$sudo cp "$work/shlibs" "$root/shlibs"

@@ -1,8 +1,9 @@
 #!/bin/sh
-# Installs the Debian 12 packages that building, testing, fuzzing and cross-building need, or the
-# packages named as arguments. Skips apt when everything is there already.
+# Installs the Debian 12 packages that building, testing, fuzzing, cross-building, the manual pages and the
+# Debian packages (and their check in a fresh root) need, or the packages named as arguments. Skips
+# apt when everything is there already.
 set -eu
-packages="build-essential cmake ninja-build pkg-config binutils clang libclang-rt-14-dev libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user libssl-dev libsystemd-dev openssl rsyslog rsyslog-openssl logrotate gzip"
+packages="build-essential cmake ninja-build pkg-config binutils clang libclang-rt-14-dev libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user libssl-dev libsystemd-dev openssl rsyslog rsyslog-openssl logrotate scdoc man-db gzip dpkg-dev file debootstrap util-linux"
 [ $# -eq 0 ] || packages="$*"
 missing=""
 for p in $packages; do
