@@ -29,12 +29,8 @@ apt-get install -y -qq --no-install-recommends g++ pkg-config /tmp/vexlor/*.deb 
 cd /tmp/vexlor
 g++ prog.cpp $(pkg-config --cflags --libs vexlor) -o prog
 plugins=$(pkg-config --variable=plugindir vexlor)
-# The console target when the packages have it, else the file target, with every level of net.
-if [ -e "$plugins/libvexlor-console.so" ]; then
-  target="$plugins/libvexlor-console.so"
-else
-  target="$plugins/libvexlor-file.so, path=/dev/stdout"
-fi
+# The console target on standard output, with every level of net.
+target="$plugins/libvexlor-console.so, stream=stdout"
 # Written in place over the conffile, as an operator would.
 printf 'component = net, 111111111\ntarget = %s\n' "$target" > /etc/vexlor/vexlor.cfg
 ./prog > output.txt
