@@ -9,8 +9,18 @@
 #include <stdexcept>
 
 #include "CLevelSet.h"
+#include "civilTime.h"
 
 namespace {
+
+// `count` decimal digits of a value known to fit them.
+void writeDigits(char* to, int count, int value)
+{
+    for (int i = count - 1; i >= 0; --i) {
+        to[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+}
 
 // Deeper nesting still indents, but no further: the line stays readable.
 constexpr int MAX_INDENT_DEPTH = 32;
@@ -88,15 +98,22 @@ CLineLayout CLineLayout::fromParameters(const CLogTargetParameters& parameters, 
 
 void CLineLayout::updateClock(long long seconds)
 {
-    const auto when = static_cast<std::time_t>(seconds);
     std::tm parts{};
-    if ((m_utc ? gmtime_r(&when, &parts) : localtime_r(&when, &parts)) == nullptr) {
-        // Out of the C library's range: visibly no date rather than a wrong one.
+    if (!vx::civilTime(seconds, m_utc, parts) || parts.tm_year + 1900 < 0 || parts.tm_year + 1900 > 9999) {
+        // Out of the four-digit calendar: visibly no date rather than a wrong one.
         std::snprintf(m_date, sizeof m_date, "%s", "0000-00-00");
         std::snprintf(m_time, sizeof m_time, "%s", "00:00:00");
     } else {
-        std::strftime(m_date, sizeof m_date, "%Y-%m-%d", &parts);
-        std::strftime(m_time, sizeof m_time, "%H:%M:%S", &parts);
+        writeDigits(m_date, 4, parts.tm_year + 1900);
+        m_date[4] = '-';
+        writeDigits(m_date + 5, 2, parts.tm_mon + 1);
+        m_date[7] = '-';
+        writeDigits(m_date + 8, 2, parts.tm_mday);
+        writeDigits(m_time, 2, parts.tm_hour);
+        m_time[2] = ':';
+        writeDigits(m_time + 3, 2, parts.tm_min);
+        m_time[5] = ':';
+        writeDigits(m_time + 6, 2, parts.tm_sec);
     }
     m_clockSecond = seconds;
     m_clockValid = true;

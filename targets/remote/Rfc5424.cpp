@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "civilTime.h"
+
 namespace {
 
 const char BOM[] = "\xEF\xBB\xBF";
@@ -110,13 +112,8 @@ std::size_t utf8PrefixLength(const std::string& text, std::size_t maxLength)
 
 std::string rfc3339Time(long long seconds, int microseconds, bool utc)
 {
-    const std::time_t time = static_cast<std::time_t>(seconds);
     std::tm parts{};
-    if (utc) {
-        gmtime_r(&time, &parts);
-    } else {
-        localtime_r(&time, &parts);
-    }
+    vx::civilTime(seconds, utc, parts);
     char text[64];
     int length = std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06d", parts.tm_year + 1900,
                                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
