@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/printfFormat.h"
+#include "formatBoth.h"
 
 // The formats are built at run time; both formatters are handed exactly the arguments they name.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -37,24 +38,6 @@ extern "C" int vsnprintf(char* __restrict buffer, std::size_t size, const char* 
 }
 
 namespace {
-
-int ours(char* buffer, std::size_t size, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const int result = vx::formatPrintf(buffer, size, format, args);
-    va_end(args);
-    return result;
-}
-
-int libc(char* buffer, std::size_t size, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const int result = vsnprintf(buffer, size, format, args);
-    va_end(args);
-    return result;
-}
 
 std::string shown(const std::vector<char>& buffer)
 {

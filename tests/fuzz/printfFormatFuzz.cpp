@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/printfFormat.h"
+#include "../core/formatBoth.h"
 
 // Length modifiers z, j and t read a long here, which is their type's size and class on x86-64.
 static_assert(sizeof(long) == 8 && std::is_same_v<std::intmax_t, long> && std::is_same_v<std::ptrdiff_t, long> &&
@@ -182,24 +183,6 @@ CCase decode(CInput& input)
         }
     }
     return c;
-}
-
-int ours(char* buffer, std::size_t size, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const int result = vx::formatPrintf(buffer, size, format, args);
-    va_end(args);
-    return result;
-}
-
-int libc(char* buffer, std::size_t size, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const int result = vsnprintf(buffer, size, format, args);
-    va_end(args);
-    return result;
 }
 
 template <typename... Args>
