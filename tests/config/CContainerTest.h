@@ -28,12 +28,10 @@ protected:
         return name == "refused" ? -1 : 0;
     }
 
-    static size_t calls(const std::string& kind, const std::string& target)
+    static bool loaded(const std::string& target)
     {
-        return CRecorder::instance().calls(kind, target).size();
+        return CRecorder::instance().calls("created", target).size() > CRecorder::instance().calls("destroyed", target).size();
     }
-
-    static bool loaded(const std::string& target) { return calls("created", target) > calls("destroyed", target); }
 
     std::string reading(const std::string& file) const
     {

@@ -1,14 +1,10 @@
 // The legacy level file: the program's entry sets the syslog mask at the first vexlor_init (a
 // default entry is appended when there is none), the start-up message, and the SIGUSR1 re-read.
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <syslog.h>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include <vexlor/vexlor.h>
@@ -16,6 +12,7 @@
 #include "CCompiledPaths.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
+#include "runInChild.h"
 #include "testPaths.h"
 
 namespace {
@@ -67,6 +64,16 @@ TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
     EXPECT_EQ(before, levels());
 }
 
+// A matching line with nothing after the name.
+TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
+{
+    writeLevels(program);
+    vexlor_init(nullptr, "main");
+    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
+}
+
+// Level 0 is not announced; from level 31 on every bit is set (and the level as priority carries
+// facility bits).
 TEST_F(LegacyLevelTest, SignalRereadsTheFile)
 {
     writeLevels(program + " 0\n");
@@ -74,7 +81,6 @@ TEST_F(LegacyLevelTest, SignalRereadsTheFile)
     vexlor_init(nullptr, "main");
     EXPECT_EQ(0x01, capturedLogMask());
     EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
-    // From level 31 on every bit is set (and the level as priority carries facility bits).
     for (const auto& [level, mask] : {std::pair{5, 0x3f}, std::pair{31, -1}}) {
         writeLevels(program + " " + std::to_string(level) + "\n");
         ASSERT_EQ(0, raise(SIGUSR1));
@@ -82,13 +88,6 @@ TEST_F(LegacyLevelTest, SignalRereadsTheFile)
         EXPECT_EQ(1, m_syslog.count(reread(level), LOG_PRI(level)));
         EXPECT_EQ(mask, capturedLogMask());
     }
-}
-
-TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
-{
-    writeLevels(program);  // the name alone, not even a line feed after it
-    vexlor_init(nullptr, "main");
-    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
 }
 
 TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
@@ -101,17 +100,9 @@ TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
     }
     vexlor_init(nullptr, "main");
     writeLevels(program + " 5\n");
-    const pid_t child = fork();
-    ASSERT_NE(-1, child);
-    if (child == 0) {
-        // No gtest assertion in the child, and _exit: its result is the exit status.
-        raise(SIGUSR1);
-        _exit(m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-
+    EXPECT_EQ(0, runInChild([this] {
+        return raise(SIGUSR1) == 0 && m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1;
+    }));
     // The parent's level stays until the parent itself is signalled.
     writeLevels(program + " 4\n");
     ASSERT_EQ(0, raise(SIGUSR1));
