@@ -1,18 +1,18 @@
 // syslog interposition for tests (see CSyslogCapture.h).
 #include "CSyslogCapture.h"
 
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <functional>
 #include <mutex>
 #include <syslog.h>
 
+#include "waitUntil.h"
+
 namespace {
 
 struct CCaptured {
     std::mutex mutex;
-    std::condition_variable arrived;
     std::vector<CSyslogMessage> messages;
     std::vector<COpenlogCall> openlogCalls;
     std::vector<int> setlogmaskCalls;
@@ -48,11 +48,8 @@ void record(int priority, const char* format, va_list args)
 {
     char buffer[4096];
     vsnprintf(buffer, sizeof buffer, format, args);
-    {
-        std::lock_guard<std::mutex> guard(captured().mutex);
-        captured().messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer, priority & LOG_FACMASK});
-    }
-    captured().arrived.notify_all();
+    std::lock_guard<std::mutex> guard(captured().mutex);
+    captured().messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer, priority & LOG_FACMASK});
 }
 
 }  // namespace
@@ -124,15 +121,7 @@ int CSyslogCapture::countContaining(const std::string& fragment) const
 
 bool CSyslogCapture::waitFor(const std::string& text, std::chrono::seconds timeout) const
 {
-    std::unique_lock<std::mutex> lock(captured().mutex);
-    return captured().arrived.wait_for(lock, timeout, [&] {
-        for (const CSyslogMessage& message : captured().messages) {
-            if (message.text == text) {
-                return true;
-            }
-        }
-        return false;
-    });
+    return waitUntil([&] { return contains(text); }, timeout);
 }
 
 void CSyslogCapture::clear()
