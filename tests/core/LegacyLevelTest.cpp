@@ -32,44 +32,38 @@ protected:
     CSyslogCapture m_syslog;
 };
 
-// A negative level counts as no entry; only the first init of the process reads the file.
-TEST_F(LegacyLevelTest, MissingOrNegativeEntryGetsTheDefaultLine)
-{
-    const std::string before = program + " -4\nother 3\n";
-    writeLevels(before);
-    makePidFileReadable();
-    vexlor_init(nullptr, "main");
-    vexlor_init(nullptr, "again");
-    EXPECT_EQ(before + program + " 7\n", levels());
-    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
-    EXPECT_EQ(1, m_syslog.count(announced(7), 7));
-}
-
-TEST_F(LegacyLevelTest, MissingFileIsCreatedAndWithoutSyslogdNothingIsAnnounced)
-{
-    vexlor_init_novexlor("main");
-    EXPECT_EQ(program + " 7\n", levels());
-    EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
-}
-
-// The name counts anywhere in a line, and the first such line wins.
+// The first line that contains the program name anywhere sets the mask. A negative level, a name
+// with nothing after it and a missing file count as no entry: the default line is appended. Only
+// the first init of the process reads the file (either kind of init); the level is announced only
+// while the syslogd pid file is readable.
 TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
 {
-    const std::string before = "x" + program + "y 3\n" + program + " 5\n";
-    writeLevels(before);
-    makePidFileReadable();
-    vexlor_init(nullptr, "main");
-    EXPECT_EQ(0x0f, capturedLogMask());
-    EXPECT_EQ(1, m_syslog.count(announced(3), 3));
-    EXPECT_EQ(before, levels());
-}
-
-// A matching line with nothing after the name.
-TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
-{
-    writeLevels(program);
-    vexlor_init(nullptr, "main");
-    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
+    struct CRow {
+        bool present;  // the level file and the pid file
+        std::string before, appended;
+        int level;
+    };
+    const CRow rows[] = {{true, "x" + program + "y 3\n" + program + " 5\n", "", 3},
+                         {true, program + " -4\nother 3\n", program + " 7\n", 7},
+                         {true, program, program + " 7\n", 7},
+                         {false, "", program + " 7\n", 7}};
+    for (const CRow& row : rows) {
+        SCOPED_TRACE(row.before);
+        EXPECT_EQ(0, runInChild([&] {
+            removeTree(testpaths::legacyLevelFile());
+            removeTree(testpaths::syslogdPidFile());
+            if (row.present) {
+                writeLevels(row.before);
+                makePidFileReadable();
+            }
+            vexlor_init_novexlor("main");
+            vexlor_init(nullptr, "again");
+            const int announcements = m_syslog.count(announced(row.level), row.level);
+            return (levels() == row.before + row.appended ? 0 : 1) |
+                   (m_syslog.setlogmaskCalls() == std::vector<int>{(2 << row.level) - 1} ? 0 : 2) |
+                   (announcements == (row.present ? 1 : 0) && m_syslog.countContaining("[Log") == announcements ? 0 : 4);
+        }));
+    }
 }
 
 // Level 0 is not announced; from level 31 on every bit is set (and the level as priority carries
