@@ -9,7 +9,6 @@
 #include <tuple>
 
 #include "CMainInstanceTest.h"
-#include "core/CVexlor.h"
 #include "runInChild.h"
 
 static_assert(sizeof(time_t) == 8, "32-bit processors need _TIME_BITS=64 (see cmake/toolchains)");
@@ -138,10 +137,6 @@ TEST_F(CVexlorLogTest, DumpsLinesByteExact)
                        "0x00000010 - 7e 80 ff 41 " + std::string(36, ' ') + "| ~..A", edgeLine, "<NULL>"}),
               messages());
     EXPECT_EQ(VX_DEBUG, records().at(0).level);
-    // The line is replaced, not appended to; more than 16 bytes show only the first 16.
-    std::string line = "old content";
-    CVexlor::formatDumpLine(line, 0, edge, 17);
-    EXPECT_EQ(edgeLine, line);
 }
 
 }  // namespace
