@@ -118,9 +118,10 @@ TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
     EXPECT_EQ(nullptr, cfread_set_entry(handle, "", "x"));
 
     const std::pair<const char*, int> cases[] = {
-        {"42", 42},   {"-7", -7},          {"007", 7},       {"5 ", -1},       {"0x10", -1},
-        {"true", 1},  {"True", -1},        {"false", 0},     {"", -1},         {nullptr, -1},
-        {"2147483646", 2147483646},        {"2147483647", -1}, {"-2147483648", -1}};
+        {"42", 42},    {"-7", -7},    {"+7", 7},  {"+", 0},           {"007", 7},
+        {"5 ", -1},    {"0x10", -1},  {"true", 1}, {"True", -1},      {"false", 0},
+        {"", -1},      {nullptr, -1}, {"2147483646", 2147483646},     {"2147483647", -1},
+        {"-2147483648", -1},          {"99999999999", -1}};
     for (const auto& [value, expected] : cases) {
         const cfread_entry* entry = cfread_set_entry(handle, "k", value);
         ASSERT_NE(nullptr, entry);
