@@ -63,7 +63,8 @@ TEST_F(CVexlorComponentsTest, CreatesEachNameOnceAndAnnouncesIt)
     EXPECT_EQ(Entries{}, descriptions("unknown"));
     EXPECT_EQ(0u, vexlor_create_component("b", nullptr, nullptr)->level);
     vexlor_create_component("B", VX_ERR, "");
-    EXPECT_EQ((Announcements{{"net", 0x40}, {"net", 0x40}, {"b", 0}, {"B", 0x8}}), takeAnnouncements());
+    vexlor_create_component("", VX_ERR, "");  // a name like any other
+    EXPECT_EQ((Announcements{{"net", 0x40}, {"net", 0x40}, {"b", 0}, {"B", 0x8}, {"", 0x8}}), takeAnnouncements());
 
     // A null name is refused with a message, nothing is created.
     EXPECT_EQ(nullptr, vexlor_create_component(nullptr, VX_ALL, ""));
@@ -80,7 +81,7 @@ TEST_F(CVexlorComponentsTest, CreatesEachNameOnceAndAnnouncesIt)
     EXPECT_EQ(net, vexlor_get_component_by_name("net"));
     Strings listed{"kept"};
     vexlor_get_component_names(listed);
-    EXPECT_EQ((Strings{"kept", "B", "b", "net"}), listed);
+    EXPECT_EQ((Strings{"kept", "", "B", "b", "net"}), listed);
 }
 
 TEST_F(CVexlorComponentsTest, ConfigurationSinkSetsMasksFromBitStrings)
