@@ -1,5 +1,6 @@
 // A tour of vexlor while it runs: two threads log through two components; the demo rewrites its
-// own configuration file four times, and the change of levels and targets shows on screen.
+// own configuration file four times, and the change of levels and targets shows on screen: the
+// console target colours by level, the file target rotates its small file.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -12,9 +13,10 @@
 namespace {
 
 const std::string CONFIG_FILE = std::string(VEXLOR_DEMO_CONFIG_DIR) + "/vexlor.cfg";
-const std::string RECORD_FILE = std::string(VEXLOR_DEMO_CONFIG_DIR) + "/records.tsv";
-const std::string CONSOLE_TARGET = "target = " VEXLOR_DEMO_CONSOLE_TARGET "\n";
-const std::string FILE_TARGET = "target = " VEXLOR_DEMO_FILE_TARGET ", path=" + RECORD_FILE + "\n";
+const std::string RECORD_FILE = std::string(VEXLOR_DEMO_CONFIG_DIR) + "/records.log";
+const std::string CONSOLE_TARGET = "target = " VEXLOR_DEMO_CONSOLE_TARGET ", pattern=%t %l %c [%T] %i%F%m\n";
+const std::string FILE_TARGET =
+    "target = " VEXLOR_DEMO_FILE_TARGET ", path=" + RECORD_FILE + ", max-size=1K, max-files=3\n";
 
 void narrate(const std::string& text)
 {
@@ -29,14 +31,28 @@ void writeConfig(const std::string& comment, const std::string& body)
     narrate("rewrote " + CONFIG_FILE + ": " + comment);
 }
 
-std::size_t linesIn(const std::string& path)
+std::string lastLine(const std::string& path)
 {
     std::ifstream in(path);
-    std::size_t lines = 0;
+    std::string last;
     for (std::string line; std::getline(in, line);) {
-        ++lines;
+        last = line;
     }
-    return lines;
+    return last;
+}
+
+// The record file and its rotated predecessors, with their sizes.
+std::string recordFiles()
+{
+    std::string list;
+    for (const std::string& path : {RECORD_FILE, RECORD_FILE + ".1", RECORD_FILE + ".2", RECORD_FILE + ".3"}) {
+        std::error_code missing;
+        const auto size = std::filesystem::file_size(path, missing);
+        if (!missing) {
+            list += "\n    " + path + " (" + std::to_string(size) + " bytes)";
+        }
+    }
+    return list;
 }
 
 void readBlock(vexlor_component* storage, int block)
@@ -75,8 +91,10 @@ void phase(vexlor_component* net, int seconds)
 int main()
 {
     std::filesystem::create_directories(VEXLOR_DEMO_CONFIG_DIR);
-    std::filesystem::remove(RECORD_FILE);
-    writeConfig("phase 1: console target; net up to warnings, storage up to info",
+    for (const char* suffix : {"", ".1", ".2", ".3"}) {
+        std::filesystem::remove(RECORD_FILE + suffix);
+    }
+    writeConfig("phase 1: the console target, coloured by level; net up to warnings, storage up to info",
                 CONSOLE_TARGET + "component = net, 11111\ncomponent = storage, 1111111\n");
 
     // The first call reads the configuration and starts the watcher.
@@ -91,14 +109,16 @@ int main()
                 CONSOLE_TARGET + "component = net, 1 1111 1111\ncomponent = storage, 0\n");
     phase(net, 3);
 
-    writeConfig("phase 3: a second target writes every record to " + RECORD_FILE,
+    writeConfig("phase 3: the file target writes every record too, rotating at 1 KiB (max-size=1K)",
                 CONSOLE_TARGET + FILE_TARGET + "component = net, 11111\ncomponent = storage, 11111111\n");
     phase(net, 3);
+    narrate("the record file so far:" + recordFiles());
 
     writeConfig("phase 4: the console target is unloaded; records go to the file only",
                 FILE_TARGET + "component = net, 111111111\ncomponent = storage, 11111111\n");
     phase(net, 2);
-    narrate(std::to_string(linesIn(RECORD_FILE)) + " records in " + RECORD_FILE + " so far; the screen stayed quiet.");
+    narrate("the screen stayed quiet; the file went on rotating, keeping three old files (max-files=3):" +
+            recordFiles() + "\n    its last line: " + lastLine(RECORD_FILE));
 
     stop = true;
     worker.join();

@@ -6,12 +6,17 @@
 // sets its name from one thread, normally at start-up, and not while other threads read it
 // through vexlor_get_application_name. Tracing state and the thread name belong to the calling
 // thread. A component's mask may change at any time (configuration re-reads, another thread).
+//
+// C: the plain functions, the level objects and vexlor_level are there; vexlor_component is an
+// incomplete type, and the calls that take C++ types are left out.
 #ifndef VEXLOR_VEXLOR_H
 #define VEXLOR_VEXLOR_H
 
+#ifdef __cplusplus
 #include <string>
 #include <utility>
 #include <vector>
+#endif
 
 // Marks what the library exports. Kept default-visible in plug-ins too, so that the interface types
 // have one identity across the library boundary (dynamic_cast depends on it).
@@ -21,11 +26,12 @@
 
 // An immutable level: its number (0..7 are the syslog priorities) and the bits it stands for in a
 // component's mask. The library owns every record; never free one.
-struct vexlor_level {
+typedef struct vexlor_level {
     unsigned int numeric;
     unsigned int mask;
-};
+} vexlor_level;
 
+#ifdef __cplusplus
 // A named source of messages. Binary interface (target plug-ins read it): append, never reorder.
 // `level` is written by the library as one atomic 32-bit store and may change at any time from
 // another thread; read it with one 32-bit load. Records are never freed while the process runs.
@@ -36,6 +42,10 @@ struct vexlor_component {
 };
 
 extern "C" {
+#else
+// Its fields are C++ types: a C program holds it only by pointer.
+typedef struct vexlor_component vexlor_component;
+#endif
 
 // The standard levels, set while the library is loaded. VX_ERR == VX_ERROR, VX_WARNING == VX_WARN.
 VEXLOR_API extern vexlor_level* VX_EMERG;
@@ -94,6 +104,7 @@ VEXLOR_API vexlor_level* vexlor_level_create(unsigned int numeric);
 // The syslog priority of a level: its number below 7, else 7; 7 for a null level.
 VEXLOR_API int vexlor_level_to_prio(vexlor_level* level);
 
+#ifdef __cplusplus
 }  // extern "C"
 
 VEXLOR_API const std::string& vexlor_get_application_name();
@@ -110,5 +121,6 @@ VEXLOR_API void vexlor_set_component_level(const std::string& name, unsigned int
 VEXLOR_API unsigned int vexlor_get_component_level(const std::string& name);
 VEXLOR_API unsigned int vexlor_level_to_mask(const vexlor_level* level);
 VEXLOR_API unsigned int vexlor_level_to_numeric(const vexlor_level* level);
+#endif  // __cplusplus
 
 #endif  // VEXLOR_VEXLOR_H

@@ -53,6 +53,10 @@ public:
 //    the targets has returned, so no target (this one included) is unloaded while one of its
 //    calls is running, and the record under way still reaches every target.
 // Never wait inside a call for another thread that logs: it waits for the mutex you hold.
+// fork(): the library holds the container mutex across every fork, so a child never inherits a
+// target in the middle of a call. A target with a thread of its own must put its own locks and
+// buffers right in a pthread_atfork child handler; it must not take them in a prepare handler
+// (that would take them before the library's mutex, against the order of every log call).
 // Never let an exception escape: the library catches nothing that a target throws.
 class VEXLOR_API ILogTarget : public IDynamicObject {
 public:

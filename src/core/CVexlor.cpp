@@ -16,6 +16,7 @@
 #include "core/CInstanceSlot.h"
 #include "core/LegacyLevel.h"
 #include "core/dumpLine.h"
+#include "core/printfFormat.h"
 #include "levels/LevelDescriptionParser.h"
 #include "levels/componentLevel.h"
 
@@ -33,7 +34,7 @@ std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* forma
         buffer[0] = '\0';
         return 0;
     }
-    const int length = vsnprintf(buffer, sizeof buffer, format, args);
+    const int length = vx::formatPrintf(buffer, sizeof buffer, format, args);
     if (length < 0) {
         buffer[0] = '\0';
         return 0;

@@ -17,8 +17,9 @@ struct CAlias {
 };
 const CAlias ALIASES[] = {{"error", 3}, {"warning", 4}, {"enterleave", 8}};
 
-// A level name (any case) or number; false for anything else.
-bool levelNumber(const std::string& text, unsigned int& number)
+}  // namespace
+
+bool parseLevelNumber(const std::string& text, unsigned int& number)
 {
     for (unsigned int i = 0; i < sizeof NAMES / sizeof NAMES[0]; ++i) {
         if (strcasecmp(text.c_str(), NAMES[i]) == 0) {
@@ -39,8 +40,6 @@ bool levelNumber(const std::string& text, unsigned int& number)
     return number <= HIGHEST;
 }
 
-}  // namespace
-
 CLevelSet::CLevelSet(const std::string& text) : m_all(false)
 {
     std::size_t start = 0;
@@ -56,8 +55,8 @@ CLevelSet::CLevelSet(const std::string& text) : m_all(false)
         unsigned int low = 0;
         unsigned int high = 0;
         const bool ok = dash == std::string::npos
-                            ? levelNumber(item, low) && levelNumber(item, high)
-                            : levelNumber(item.substr(0, dash), low) && levelNumber(item.substr(dash + 1), high);
+                            ? parseLevelNumber(item, low) && parseLevelNumber(item, high)
+                            : parseLevelNumber(item.substr(0, dash), low) && parseLevelNumber(item.substr(dash + 1), high);
         if (!ok) {
             throw std::invalid_argument("levels=" + text + ": \"" + item +
                                         "\" is not a level (emerg ... debug, trace, 0-32, a range such as "

@@ -32,6 +32,9 @@ private:
     std::uint64_t m_numbers = 0;  // bit n: level number n
 };
 
+// A level name of the list above (any case) or a number 0-32; false for anything else.
+bool parseLevelNumber(const std::string& text, unsigned int& number);
+
 // "EMERG" ... "DEBUG", "TRACE" for VX_ENTERLEAVE, "ALL" for VX_ALL; null for a created level,
 // which a target shows by its number.
 const char* levelName(const vexlor_level* level);

@@ -1,41 +1,66 @@
-// The file target: appends every record as one tab-separated line to a file, flushed at once so
-// that nothing is lost when the program dies. Fields: seconds.microseconds, pid, level number,
-// thread, component, function, depth, message (tabs and line feeds in texts become spaces).
-// Parameters: path=<file> (required), name=<target name> (default "file").
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <stdexcept>
+// The file target: appends one line per record to a file, with size rotation, a reopen after an
+// external move (logrotate) and, optionally, a buffer.
+// - Without buffer=, a record has reached the kernel when log returns: one write(2) per record on
+//   an O_APPEND descriptor, so lines of several processes appending to one file stay whole. With
+//   buffer=, records wait until the buffer fills, a record at or above flush-level= arrives, or
+//   flush-ms= passed since the first unwritten one; the rest is written when the target is
+//   unloaded and at normal exit. A fork child never writes its parent's buffered records.
+// - A write error: one syslog error; records are counted as lost while it lasts, a write is
+//   retried at most once a second, and when it works again one line in the file and one syslog
+//   message give the count. A cut line is ended before anything else; no rotation meanwhile.
+// - Per record: the layout into a stack buffer, an uncontended lock, and one write (or a copy into
+//   the buffer). The path is compared with the open file once a second (one stat).
+// - One thread, asleep in poll: it wakes when the log's directory changes (a move or removal to
+//   notice at once) and, with buffer=, when buffered records fall due. Idle, it never wakes.
+// Parameters: path= (required, may hold %a), mode=, max-size=, max-files=, buffer=, flush-level=,
+// flush-ms=, pattern=, time=, levels=, name= (default "file").
+#include <memory>
+#include <syslog.h>
+#include <unistd.h>
+#include <vector>
 #include <vexlor/vexlor_target.h>
+
+#include "CFileOptions.h"
+#include "CFileSink.h"
+#include "CLevelSet.h"
+#include "CLineLayout.h"
+#include "createTarget.h"
+#include "forkGeneration.h"
 
 namespace {
 
-// One record must stay one line.
-void writeField(std::FILE* file, const std::string& text)
+// Sinks that a fork child left to its parent: never touched again, but kept reachable.
+void abandon(std::unique_ptr<CFileSink>& sink)
 {
-    for (const char c : text) {
-        std::fputc(c == '\t' || c == '\n' || c == '\r' ? ' ' : c, file);
-    }
-}
-
-std::FILE* openForAppending(const std::string& path)
-{
-    std::FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "ae");
-    if (file == nullptr) {
-        throw std::runtime_error("file target: unable to open \"" + path + "\" - " +
-                                 (path.empty() ? "no path= parameter given" : std::strerror(errno)));
-    }
-    return file;
+    static auto* abandoned = new std::vector<CFileSink*>;
+    abandoned->push_back(sink.release());
 }
 
 class CFileTarget final : public CLogTargetBase {
 public:
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        return createTarget<CFileTarget>(parameters, "file", targetParameter(parameters, "name", "file"));
+    }
+
     explicit CFileTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, "file")
-        , m_file(openForAppending(targetParameter(parameters, "path")))
+        , m_options(CFileOptions::fromParameters(parameters))
+        , m_levels(CLevelSet::fromParameters(parameters))
+        , m_layout(CLineLayout::fromParameters(parameters))
+        , m_path(expandPath(m_options.path, appname()))
+        , m_sink(std::make_unique<CFileSink>(getName(), m_path, m_options))
+        , m_generation(processGeneration())
     {
     }
-    ~CFileTarget() override { std::fclose(m_file); }
+
+    ~CFileTarget() override
+    {
+        if (m_generation != processGeneration()) {
+            abandon(m_sink);
+        }
+    }
+
     CFileTarget(const CFileTarget&) = delete;
     CFileTarget& operator=(const CFileTarget&) = delete;
 
@@ -43,20 +68,50 @@ public:
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
-        std::fprintf(m_file, "%lld.%06d\t%d\t%u\t", seconds, microseconds, pid, level->numeric);
-        writeField(m_file, threadName);
-        std::fputc('\t', m_file);
-        writeField(m_file, componentName);
-        std::fputc('\t', m_file);
-        writeField(m_file, functionName);
-        std::fprintf(m_file, "\t%d\t", depth);
-        writeField(m_file, message);
-        std::fputc('\n', m_file);
-        std::fflush(m_file);
+        if (!m_levels.contains(level) || !ownSink()) {
+            return;
+        }
+        CLineBuffer line;
+        m_layout.format(line, CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName,
+                                         functionName, message, appname()});
+        line.append('\n');
+        m_sink->append(line.data(), line.size(), level->numeric <= m_options.flushLevel);
+    }
+
+    void setAppname(const std::string& name) override
+    {
+        CLogTargetBase::setAppname(name);
+        const std::string path = expandPath(m_options.path, appname());
+        if (path != m_path && ownSink()) {
+            m_path = path;
+            m_sink->moveTo(path);
+        }
     }
 
 private:
-    std::FILE* const m_file;
+    // The sink of this process: in a fork child the parent's is left alone and a new one opened.
+    bool ownSink()
+    {
+        if (m_generation == processGeneration()) {
+            return m_sink != nullptr;
+        }
+        abandon(m_sink);
+        m_generation = processGeneration();
+        try {
+            m_sink = std::make_unique<CFileSink>(getName(), m_path, m_options);
+        } catch (const std::exception& e) {
+            syslog(LOG_ERR, "file target \"%s\": in the forked process %d: %s; its records are not written",
+                   getName().c_str(), static_cast<int>(getpid()), e.what());
+        }
+        return m_sink != nullptr;
+    }
+
+    const CFileOptions m_options;
+    const CLevelSet m_levels;
+    CLineLayout m_layout;
+    std::string m_path;  // path= for the current application name
+    std::unique_ptr<CFileSink> m_sink;
+    unsigned m_generation;  // the process that m_sink belongs to
 };
 
 }  // namespace

@@ -1,8 +1,9 @@
 # Installs the built tree into a scratch prefix, builds the consumer project against it with
-# find_package and the application once more with pkg-config, and runs both: each loads the
-# consumer's target through the configuration file and checks that a record arrived.
-# Arguments: BUILD_DIR, SOURCE_DIR (the consumer), WORK_DIR, CONFIG_DIR, GENERATOR, CXX,
-# CXX_FLAGS, LINKER_FLAGS, BUILD_TYPE; for a cross build TOOLCHAIN and EMULATOR (a command line).
+# find_package, the application once more and a C program with pkg-config, and runs all three:
+# each loads the consumer's target through the configuration file and checks that a record
+# arrived. Arguments: BUILD_DIR, SOURCE_DIR (the consumer), WORK_DIR, CONFIG_DIR, GENERATOR, CXX,
+# CXX_FLAGS, CC, C_FLAGS, LINKER_FLAGS, BUILD_TYPE; for a cross build TOOLCHAIN and EMULATOR (a
+# command line).
 cmake_minimum_required(VERSION 3.25)
 
 function(run)
@@ -54,11 +55,15 @@ separate_arguments(pcFlags UNIX_COMMAND "${pcFlags}")
 execute_process(COMMAND pkg-config --variable=libdir vexlor OUTPUT_VARIABLE libDir OUTPUT_STRIP_TRAILING_WHITESPACE)
 separate_arguments(extraFlags UNIX_COMMAND "${CXX_FLAGS} ${LINKER_FLAGS}")
 run(${CXX} -std=c++17 ${extraFlags} ${SOURCE_DIR}/ConsumerApp.cpp ${pcFlags} -o ${build}/consumer_app_pc)
+# And a C program, as strict as C99 gets.
+separate_arguments(cFlags UNIX_COMMAND "${C_FLAGS} ${LINKER_FLAGS}")
+run(${CC} -std=c99 -Wall -Wextra -pedantic -Werror ${cFlags} ${SOURCE_DIR}/ConsumerApp.c ${pcFlags} -o ${build}/consumer_app_c)
+file(WRITE ${WORK_DIR}/settings.cfg "greeting = hello from C\n")
 
 file(WRITE ${config} "target = ${build}/libconsumer_target.so, file=${records}\n")
-foreach(app consumer_app consumer_app_pc)
+foreach(app consumer_app consumer_app_pc consumer_app_c)
   file(REMOVE ${records})
-  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libDir} ${emulator} ${build}/${app} ${records})
+  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libDir} ${emulator} ${build}/${app} ${records} ${WORK_DIR}/settings.cfg)
 endforeach()
 file(REMOVE ${config})
 file(REMOVE_RECURSE ${WORK_DIR})

@@ -1,33 +1,60 @@
-# vexlor-log end to end: writes a configuration with the file target into the compiled-in
-# directory, runs the tool (through the emulator in a cross build) and checks exit statuses and
-# the records it left.
+# vexlor-log end to end: writes configurations into the compiled-in directory, runs the tool
+# (through the emulator in a cross build) and checks exit statuses, messages and the records.
 #   cmake -DTOOL=<vexlor-log> -DFILE_TARGET=<libvexlor-file.so> -DCONFIG_DIR=<dir> -DWORK_DIR=<dir>
 #         [-DEMULATOR=<command line>] -P <this file>
 cmake_minimum_required(VERSION 3.25)
 separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
-set(records ${WORK_DIR}/records.tsv)
+set(records ${WORK_DIR}/records.log)
+set(config ${CONFIG_DIR}/vexlor.cfg)
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR} ${CONFIG_DIR})
-file(WRITE ${CONFIG_DIR}/vexlor.cfg "target = ${FILE_TARGET}, path=${records}\ncomponent = net, 1111\n")
 
-function(expect_status expected)
-  execute_process(COMMAND ${emulator} ${TOOL} ${ARGN} RESULT_VARIABLE rc ERROR_VARIABLE err)
-  if(NOT rc EQUAL expected)
-    message(FATAL_ERROR "vexlor-log ${ARGN}: exit status ${rc}, expected ${expected}\n${err}")
+# expect(<status> <stderr regex> [INPUT text] args...)
+function(expect expected errorPattern)
+  cmake_parse_arguments(ARG "" "INPUT" "" ${ARGN})
+  set(inputFile ${WORK_DIR}/input.txt)
+  file(WRITE ${inputFile} "${ARG_INPUT}")
+  execute_process(COMMAND ${emulator} ${TOOL} ${ARG_UNPARSED_ARGUMENTS} INPUT_FILE ${inputFile}
+    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  # A success says nothing (a sanitizer's runtime may still print its own notes).
+  if(NOT rc EQUAL expected OR NOT err MATCHES "${errorPattern}" OR (rc EQUAL 0 AND err MATCHES "vexlor-log:"))
+    message(FATAL_ERROR "vexlor-log ${ARG_UNPARSED_ARGUMENTS}: exit status ${rc}, expected ${expected}\n"
+                        "stderr: ${err}\nexpected to match: ${errorPattern}")
   endif()
+  set(out "${out}" PARENT_SCOPE)
+  set(err "${err}" PARENT_SCOPE)
 endfunction()
 
-expect_status(0 -c net -l err disk full)
-expect_status(1 -c net -l info filtered out)
-expect_status(0 -c net -l info -t job -f forced)
-expect_status(2 -c net -l bogus nothing)
-expect_status(2 -c net)
+# The first try of a new user: no configuration at all.
+file(REMOVE ${config})
+expect(1 "level info is not enabled for component \"shell\" \\(mask 0x0\\), nothing logged.\n.*\"component = shell, 1111111\" in ${config}, or log anyway with -f" hello)
+expect(3 "^vexlor-log: no log target is loaded, nothing was written.\n  ${config} names none" -f hello)
+expect(0 "" --help)
+if(NOT out MATCHES "^usage: vexlor-log")
+  message(FATAL_ERROR "--help printed: ${out}")
+endif()
+expect(0 "" -h)
+expect(2 "unknown level \"bogus\"" -c net -l bogus nothing)
+expect(2 "usage:" --bogus)
+
+file(WRITE ${config} "target = ${FILE_TARGET}, path=${records}, pattern=%L|%T|%c|%f|%m\ncomponent = net, 1111\n")
+expect(0 "" -c net -l err disk full)
+expect(1 "level info is not enabled for component \"net\" \\(mask 0xf\\)" --component net --level info filtered out)
+expect(0 "" -c net -l info -t job -f forced)
+# Standard input: one record per line, empty lines too; a filtered line is read and reported once.
+expect(0 "" INPUT "first\n\nthird\n" --component=net --level=crit --thread=pipe)
+expect(1 "^vexlor-log: level debug" INPUT "x\ny\n" -c net -l debug)
+string(REGEX MATCHALL "vexlor-log:" reports "${err}")
+list(LENGTH reports reportCount)
+if(NOT reportCount EQUAL 1)
+  message(FATAL_ERROR "two filtered lines should give one report:\n${err}")
+endif()
 
 file(STRINGS ${records} lines)
-list(TRANSFORM lines REPLACE "^[0-9.]+\t[0-9]+\t" "")
-set(expected "3\tmain\tnet\t\t0\tdisk full" "6\tjob\tnet\t\t0\tforced")
+set(expected "3|main|net||disk full" "6|job|net||forced" "2|pipe|net||first" "2|pipe|net||"
+             "2|pipe|net||third")
 if(NOT lines STREQUAL expected)
   message(FATAL_ERROR "records: ${lines}\nexpected: ${expected}")
 endif()
-file(REMOVE ${CONFIG_DIR}/vexlor.cfg)
+file(REMOVE ${config})
 file(REMOVE_RECURSE ${WORK_DIR})

@@ -1,39 +1,59 @@
-// vexlor-log: logs one message through vexlor from a shell script, under a component and a
-// level, to whatever targets the configuration loads. Exit status 0 when the record was
-// emitted, 1 when the configuration filters it out, 2 for a usage error.
+// vexlor-log: logs from shell scripts through vexlor, under a component and a level, to whatever
+// targets the configuration loads: the message given as arguments, or else one record per line
+// of standard input, as logger(1) does. A message that reaches no target says so on stderr.
+// Exit status: 0 logged, 1 the configuration does not enable the level for the component,
+// 2 usage error, 3 no target is loaded (nothing was written anywhere).
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <getopt.h>
+#include <iostream>
 #include <string>
-#include <unistd.h>
 #include <vexlor/vexlor.h>
+
+#include "delivery.h"
 
 namespace {
 
-void usage()
-{
-    std::fprintf(stderr,
-                 "usage: vexlor-log [-a application] [-c component] [-l level] [-t thread] [-s] [-f] message...\n"
-                 "  -a  application name (selects vexlor-<application>.cfg when it exists)\n"
-                 "  -c  component name (default \"shell\")\n"
-                 "  -l  emerg, alert, crit, err, warning, notice, info (default), debug, enterleave, or 0-31\n"
-                 "  -t  thread name (default \"main\")\n"
-                 "  -s  syslog-style: also write to syslog unless a target does\n"
-                 "  -f  log even if the configuration does not enable the level for the component\n");
-}
+constexpr int EXIT_FILTERED = 1;
+constexpr int EXIT_USAGE = 2;
+constexpr int EXIT_NO_TARGET = 3;
+
+const char* const USAGE =
+    "usage: vexlor-log [options] [message...]\n"
+    "Logs the message, or else each line of standard input, through the configured targets.\n"
+    "  -a, --application NAME  application name (selects vexlor-NAME.cfg when it exists)\n"
+    "  -c, --component NAME    component (default \"shell\")\n"
+    "  -l, --level LEVEL       emerg, alert, crit, err, warning, notice, info (default), debug,\n"
+    "                          enterleave, or 0-31\n"
+    "  -t, --thread NAME       thread name (default \"main\")\n"
+    "  -s, --syslog            also write to syslog unless a target does\n"
+    "  -f, --force             log even if the configuration does not enable the level\n"
+    "  -h, --help              this text\n"
+    "Exit status: 0 logged, 1 level not enabled for the component, 2 usage error, 3 no target loaded.\n";
+
+struct COptions {
+    std::string application;
+    std::string component = "shell";
+    std::string levelName = "info";
+    vexlor_level* level = nullptr;
+    const char* thread = "main";
+    bool syslogStyle = false;
+    bool force = false;
+};
 
 // Null for a name or number that is not a level.
 vexlor_level* levelNamed(const char* name)
 {
-    struct Named {
+    struct CNamed {
         const char* name;
         vexlor_level* level;
     };
-    const Named levels[] = {{"emerg", VX_EMERG},     {"alert", VX_ALERT},   {"crit", VX_CRIT},
-                            {"err", VX_ERR},         {"error", VX_ERROR},   {"warning", VX_WARNING},
-                            {"warn", VX_WARN},       {"notice", VX_NOTICE}, {"info", VX_INFO},
-                            {"debug", VX_DEBUG},     {"enterleave", VX_ENTERLEAVE}};
-    for (const Named& entry : levels) {
+    const CNamed levels[] = {{"emerg", VX_EMERG},     {"alert", VX_ALERT},   {"crit", VX_CRIT},
+                             {"err", VX_ERR},         {"error", VX_ERROR},   {"warning", VX_WARNING},
+                             {"warn", VX_WARN},       {"notice", VX_NOTICE}, {"info", VX_INFO},
+                             {"debug", VX_DEBUG},     {"enterleave", VX_ENTERLEAVE}};
+    for (const CNamed& entry : levels) {
         if (std::strcmp(entry.name, name) == 0) {
             return entry.level;
         }
@@ -46,58 +66,129 @@ vexlor_level* levelNamed(const char* name)
     return nullptr;
 }
 
+// -1 when the options are fine and logging goes on, else the exit status.
+int parseOptions(int argc, char** argv, COptions& options)
+{
+    const option longOptions[] = {{"application", required_argument, nullptr, 'a'},
+                                  {"component", required_argument, nullptr, 'c'},
+                                  {"level", required_argument, nullptr, 'l'},
+                                  {"thread", required_argument, nullptr, 't'},
+                                  {"syslog", no_argument, nullptr, 's'},
+                                  {"force", no_argument, nullptr, 'f'},
+                                  {"help", no_argument, nullptr, 'h'},
+                                  {nullptr, 0, nullptr, 0}};
+    for (int option; (option = getopt_long(argc, argv, "a:c:l:t:sfh", longOptions, nullptr)) != -1;) {
+        switch (option) {
+        case 'a': options.application = optarg; break;
+        case 'c': options.component = optarg; break;
+        case 'l': options.levelName = optarg; break;
+        case 't': options.thread = optarg; break;
+        case 's': options.syslogStyle = true; break;
+        case 'f': options.force = true; break;
+        case 'h': std::fputs(USAGE, stdout); return 0;
+        default: std::fputs(USAGE, stderr); return EXIT_USAGE;
+        }
+    }
+    options.level = levelNamed(options.levelName.c_str());
+    if (options.level == nullptr) {
+        std::fprintf(stderr, "vexlor-log: unknown level \"%s\" (see vexlor-log --help)\n", options.levelName.c_str());
+        return EXIT_USAGE;
+    }
+    return -1;
+}
+
+// Logs one message; says on stderr, once per kind, why a message reached no target.
+class CShellLogger {
+public:
+    explicit CShellLogger(const COptions& options)
+        : m_options(options)
+        , m_component(vexlor_create_component(options.component.c_str(), nullptr, ""))
+    {
+        vexlor_init(nullptr, options.thread);
+    }
+
+    int log(const std::string& message)
+    {
+        const unsigned int levelMask = vexlor_level_to_mask(m_options.level);
+        const unsigned int mask = vexlor_get_component_level(m_options.component);
+        if ((mask & levelMask) == 0) {
+            if (!m_options.force) {
+                return filtered(mask);
+            }
+            vexlor_set_component_level(m_options.component, mask | levelMask);
+        }
+        // Syslog-style records reach syslog even without a target.
+        if (m_options.syslogStyle) {
+            vexlor_syslog(m_component, m_options.level, "%s", message.c_str());
+            return 0;
+        }
+        if (loadedTargets() == 0) {
+            return noTarget();
+        }
+        vexlor(m_component, m_options.level, "%s", message.c_str());
+        return 0;
+    }
+
+private:
+    int filtered(unsigned int mask)
+    {
+        if (!m_toldFiltered) {
+            m_toldFiltered = true;
+            const unsigned int number = vexlor_level_to_numeric(m_options.level);
+            std::fprintf(stderr,
+                         "vexlor-log: level %s is not enabled for component \"%s\" (mask 0x%x), nothing logged.\n"
+                         "  Enable it with a line \"component = %s, %s\" in %s, or log anyway with -f.\n",
+                         m_options.levelName.c_str(), m_options.component.c_str(), mask, m_options.component.c_str(),
+                         std::string(number + 1, '1').c_str(), configFileInForce(m_options.application).c_str());
+        }
+        return EXIT_FILTERED;
+    }
+
+    int noTarget()
+    {
+        if (!m_toldNoTarget) {
+            m_toldNoTarget = true;
+            std::fprintf(stderr,
+                         "vexlor-log: no log target is loaded, nothing was written.\n"
+                         "  %s names none, or they failed to load (see syslog; vexlor-check %s tells why).\n",
+                         configFileInForce(m_options.application).c_str(),
+                         configFileInForce(m_options.application).c_str());
+        }
+        return EXIT_NO_TARGET;
+    }
+
+    const COptions& m_options;
+    vexlor_component* const m_component;
+    bool m_toldFiltered = false;
+    bool m_toldNoTarget = false;
+};
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const char* application = nullptr;
-    const char* componentName = "shell";
-    const char* levelName = "info";
-    const char* threadName = "main";
-    bool syslogStyle = false;
-    bool force = false;
-    for (int option; (option = getopt(argc, argv, "a:c:l:t:sfh")) != -1;) {
-        switch (option) {
-        case 'a': application = optarg; break;
-        case 'c': componentName = optarg; break;
-        case 'l': levelName = optarg; break;
-        case 't': threadName = optarg; break;
-        case 's': syslogStyle = true; break;
-        case 'f': force = true; break;
-        default: usage(); return 2;
+    COptions options;
+    const int status = parseOptions(argc, argv, options);
+    if (status >= 0) {
+        return status;
+    }
+    if (!options.application.empty()) {
+        vexlor_set_applicationname(options.application.c_str());
+    }
+    CShellLogger logger(options);
+    if (optind < argc) {
+        std::string message = argv[optind];
+        for (int i = optind + 1; i < argc; ++i) {
+            message.append(" ").append(argv[i]);
         }
+        return logger.log(message);
     }
-    vexlor_level* level = levelNamed(levelName);
-    if (level == nullptr || optind >= argc) {
-        if (level == nullptr) {
-            std::fprintf(stderr, "vexlor-log: unknown level \"%s\"\n", levelName);
-        }
-        usage();
-        return 2;
+    // Every line is logged (and read, so that a pipe's writer never blocks); the status is that of
+    // the first line that reached no target.
+    int result = 0;
+    for (std::string line; std::getline(std::cin, line);) {
+        const int lineStatus = logger.log(line);
+        result = result != 0 ? result : lineStatus;
     }
-    std::string message = argv[optind];
-    for (int i = optind + 1; i < argc; ++i) {
-        message.append(" ").append(argv[i]);
-    }
-
-    if (application != nullptr) {
-        vexlor_set_applicationname(application);
-    }
-    vexlor_component* component = vexlor_create_component(componentName, nullptr, "");
-    vexlor_init(nullptr, threadName);
-    const unsigned int mask = vexlor_get_component_level(componentName);
-    if ((mask & vexlor_level_to_mask(level)) == 0) {
-        if (!force) {
-            std::fprintf(stderr, "vexlor-log: level %s is not enabled for component \"%s\" (mask 0x%x); -f logs anyway\n",
-                         levelName, componentName, mask);
-            return 1;
-        }
-        vexlor_set_component_level(componentName, mask | vexlor_level_to_mask(level));
-    }
-    if (syslogStyle) {
-        vexlor_syslog(component, level, "%s", message.c_str());
-    } else {
-        vexlor(component, level, "%s", message.c_str());
-    }
-    return 0;
+    return result;
 }

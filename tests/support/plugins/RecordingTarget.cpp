@@ -1,6 +1,7 @@
 // A log target for tests that records every call in the shared CRecorder. Its parameters choose
 // its behaviour: name=<target name>, syslog=<isSyslogTarget result>, nested=1 (logs again from
-// inside log), rename=<application name> (sets it from inside its first log call),
+// inside log), rename=<application name> (sets it from inside its first log call), quiet=1
+// (records no log call, so that logging allocates nothing here),
 // create=null|object (the factory fails or makes something that is not a target).
 // Compile-time switches build the variants without hooks, without a factory, or with a null one.
 #include <cstdlib>
@@ -22,6 +23,7 @@ public:
         , m_syslog(std::atoi(params.at("syslog").c_str()))
         , m_nested(params.at("nested") == "1" ? vexlor_create_component("nested", VX_ALL, "") : nullptr)
         , m_rename(params.at("rename"))
+        , m_quiet(params.at("quiet") == "1")
     {
     }
 
@@ -29,6 +31,9 @@ public:
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
+        if (m_quiet) {
+            return;
+        }
         record({m_name, "log", "", {}, nullptr, nullptr, 0, pid, depth, seconds, microseconds, level, threadName,
                 componentName, functionName, message});
         // Only outer records are echoed, so the nesting ends after one level.
@@ -62,6 +67,7 @@ private:
     int m_syslog;
     vexlor_component* m_nested;  // null unless nested=1
     std::string m_rename;        // emptied once used
+    bool m_quiet;
 };
 
 // Made when the parameters ask for an object that is not a log target.
@@ -78,7 +84,7 @@ public:
         // Defaults for the keys the line leaves out. Not operator[]: its piecewise_construct can
         // become a unique symbol, and the loader never unloads a library that defines one.
         auto values = targetParams->params;
-        values.insert({{"name", ""}, {"syslog", "0"}, {"nested", ""}, {"rename", ""}, {"create", ""}});
+        values.insert({{"name", ""}, {"syslog", "0"}, {"nested", ""}, {"rename", ""}, {"quiet", ""}, {"create", ""}});
         record({values.at("name"), "created", "", targetParams->params});
         if (values.at("create") == "null") {
             return nullptr;

@@ -1,0 +1,507 @@
+// The message formatter (see printfFormat.h). Each conversion reproduces one of glibc's rules; where
+// glibc does something unusual (a spec it prints verbatim, an overflow it reports as -1) we do not
+// imitate it but hand the whole message to vsnprintf, from an untouched copy of the arguments.
+#include "core/printfFormat.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <type_traits>
+
+namespace vx {
+
+namespace {
+
+// Wider fields and longer precisions are left to vsnprintf: they are rare, and with this bound no
+// sum below can overflow, whatever the width of size_t.
+constexpr int MAX_FIELD = 4095;
+
+// "00", "01", ... "99": two decimal digits per division.
+constexpr char DIGIT_PAIRS[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+constexpr char LOWER_HEX[] = "0123456789abcdef";
+constexpr char UPPER_HEX[] = "0123456789ABCDEF";
+// The octal digits of 64 bits.
+constexpr std::size_t MAX_DIGITS = 22;
+
+// Inlined into both calls of convert(): the bare conversion and the general one.
+#define ALWAYS_INLINE __attribute__((always_inline)) inline
+
+enum class ELength { NONE, HH, H, L, LL, Z, J, T };
+
+struct CSpec {
+    bool left = false;
+    bool plus = false;
+    bool space = false;
+    bool alternate = false;
+    bool zeroPad = false;
+    int width = 0;
+    int precision = -1;  // -1: none given
+    ELength length = ELength::NONE;
+    char conversion = '\0';
+};
+
+// Writes up to the buffer's last byte but one and counts everything, as vsnprintf does.
+class COutput {
+public:
+    // Without a buffer the cursor points at NO_BUFFER, so that no copy ever gets a null pointer.
+    COutput(char* buffer, std::size_t size)
+        : m_start(size == 0 ? &NO_BUFFER : buffer), m_cursor(m_start), m_end(m_start + (size == 0 ? 0 : size - 1)),
+          m_terminated(size != 0)
+    {
+    }
+
+    void put(const char* text, std::size_t count)
+    {
+        if (count <= room()) {
+            std::memcpy(m_cursor, text, count);
+            m_cursor += count;
+        } else {
+            const std::size_t part = room();
+            std::memcpy(m_cursor, text, part);
+            m_cursor += part;
+            m_beyond += count - part;
+        }
+    }
+
+    void fill(char c, std::size_t count)
+    {
+        if (count == 0) {
+            return;
+        }
+        const std::size_t part = count <= room() ? count : room();
+        std::memset(m_cursor, c, part);
+        m_cursor += part;
+        m_beyond += count - part;
+    }
+
+    void terminate()
+    {
+        if (m_terminated) {
+            *m_cursor = '\0';
+        }
+    }
+
+    std::size_t length() const { return static_cast<std::size_t>(m_cursor - m_start) + m_beyond; }
+
+private:
+    std::size_t room() const { return static_cast<std::size_t>(m_end - m_cursor); }
+
+    static char NO_BUFFER;  // never written: nothing fits
+    char* const m_start;
+    char* m_cursor;
+    char* const m_end;
+    const bool m_terminated;
+    std::size_t m_beyond = 0;  // characters past the cut
+};
+
+char COutput::NO_BUFFER;
+
+bool isConversion(char c)
+{
+    switch (c) {
+    case 'd':
+    case 'i':
+    case 'u':
+    case 'o':
+    case 'x':
+    case 'X':
+    case 'c':
+    case 's':
+    case 'p':
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// A width or precision written as digits; false for one above MAX_FIELD. (A positional argument,
+// "%1$d", falls back because '$' is no conversion.)
+bool readField(const char*& p, int& value)
+{
+    int result = 0;
+    while (isDigit(*p)) {
+        result = result * 10 + (*p++ - '0');
+        if (result > MAX_FIELD) {
+            return false;
+        }
+    }
+    value = result;
+    return true;
+}
+
+// The conversion spec after '%', consuming the '*' arguments. False for anything left to vsnprintf.
+bool parseSpec(const char*& p, va_list& args, CSpec& spec)
+{
+    for (;; ++p) {
+        switch (*p) {
+        case '-': spec.left = true; continue;
+        case '+': spec.plus = true; continue;
+        case ' ': spec.space = true; continue;
+        case '#': spec.alternate = true; continue;
+        case '0': spec.zeroPad = true; continue;
+        default: break;
+        }
+        break;
+    }
+    if (*p == '*') {
+        ++p;
+        const int width = va_arg(args, int);
+        // A negative width is a '-' flag; digits after '*' (glibc prints such a spec verbatim, and
+        // "*1$" is positional) go to vsnprintf.
+        if (width < -MAX_FIELD || width > MAX_FIELD || isDigit(*p)) {
+            return false;
+        }
+        spec.left = spec.left || width < 0;
+        spec.width = width < 0 ? -width : width;
+    } else if (!readField(p, spec.width)) {
+        return false;
+    }
+    if (*p == '.') {
+        ++p;
+        if (*p == '*') {
+            ++p;
+            const int precision = va_arg(args, int);
+            if (precision > MAX_FIELD || isDigit(*p)) {
+                return false;
+            }
+            spec.precision = precision < 0 ? -1 : precision;  // negative: as if none were given
+        } else if (!readField(p, spec.precision)) {
+            return false;
+        }
+    }
+    switch (*p) {
+    case 'h':
+        spec.length = p[1] == 'h' ? ELength::HH : ELength::H;
+        p += p[1] == 'h' ? 2 : 1;
+        break;
+    case 'l':
+        spec.length = p[1] == 'l' ? ELength::LL : ELength::L;
+        p += p[1] == 'l' ? 2 : 1;
+        break;
+    case 'z': spec.length = ELength::Z; ++p; break;
+    case 'j': spec.length = ELength::J; ++p; break;
+    case 't': spec.length = ELength::T; ++p; break;
+    default: break;
+    }
+    spec.conversion = *p;
+    if (spec.conversion == '\0') {
+        return false;
+    }
+    ++p;
+    return true;
+}
+
+// The argument of a signed conversion, read with the type its length modifier names.
+long long readSigned(va_list& args, ELength length)
+{
+    switch (length) {
+    case ELength::HH: return static_cast<signed char>(va_arg(args, int));
+    case ELength::H: return static_cast<short>(va_arg(args, int));
+    case ELength::L: return va_arg(args, long);
+    case ELength::LL: return va_arg(args, long long);
+    case ELength::Z: return va_arg(args, std::make_signed_t<std::size_t>);
+    case ELength::J: return va_arg(args, std::intmax_t);
+    case ELength::T: return va_arg(args, std::ptrdiff_t);
+    case ELength::NONE: break;
+    }
+    return va_arg(args, int);
+}
+
+unsigned long long readUnsigned(va_list& args, ELength length)
+{
+    switch (length) {
+    case ELength::HH: return static_cast<unsigned char>(va_arg(args, unsigned int));
+    case ELength::H: return static_cast<unsigned short>(va_arg(args, unsigned int));
+    case ELength::L: return va_arg(args, unsigned long);
+    case ELength::LL: return va_arg(args, unsigned long long);
+    case ELength::Z: return va_arg(args, std::size_t);
+    case ELength::J: return va_arg(args, std::uintmax_t);
+    case ELength::T: return va_arg(args, std::make_unsigned_t<std::ptrdiff_t>);
+    case ELength::NONE: break;
+    }
+    return va_arg(args, unsigned int);
+}
+
+// Digit writers fill a buffer backwards from `end` and return the first digit.
+char* decimalDigits(char* end, unsigned long long value)
+{
+    // 64-bit division is a library call on 32-bit ARM: only while the value needs it.
+    while (value > UINT32_MAX) {
+        const unsigned long long quotient = value / 100;
+        end -= 2;
+        std::memcpy(end, DIGIT_PAIRS + 2 * (value - quotient * 100), 2);
+        value = quotient;
+    }
+    auto small = static_cast<std::uint32_t>(value);
+    while (small >= 100) {
+        const std::uint32_t quotient = small / 100;
+        end -= 2;
+        std::memcpy(end, DIGIT_PAIRS + 2 * (small - quotient * 100), 2);
+        small = quotient;
+    }
+    if (small >= 10) {
+        end -= 2;
+        std::memcpy(end, DIGIT_PAIRS + 2 * small, 2);
+    } else {
+        *--end = static_cast<char>('0' + small);
+    }
+    return end;
+}
+
+char* hexDigits(char* end, unsigned long long value, const char* digits)
+{
+    do {
+        *--end = digits[value & 0xf];
+        value >>= 4;
+    } while (value != 0);
+    return end;
+}
+
+char* octalDigits(char* end, unsigned long long value)
+{
+    do {
+        *--end = static_cast<char>('0' + (value & 7));
+        value >>= 3;
+    } while (value != 0);
+    return end;
+}
+
+// Text padded with blanks to the width; glibc ignores the '0' flag for %s, %c and "(nil)".
+ALWAYS_INLINE void putPadded(COutput& out, const CSpec& spec, const char* text, std::size_t length)
+{
+    const auto width = static_cast<std::size_t>(spec.width);
+    const std::size_t padding = width > length ? width - length : 0;
+    if (!spec.left) {
+        out.fill(' ', padding);
+    }
+    out.put(text, length);
+    if (spec.left) {
+        out.fill(' ', padding);
+    }
+}
+
+ALWAYS_INLINE bool putString(COutput& out, const CSpec& spec, const char* text)
+{
+    if (text == nullptr) {
+        // glibc prints "(null)" only where the precision leaves room for all of it.
+        static const char NULL_TEXT[] = "(null)";
+        const bool whole = spec.precision < 0 || spec.precision >= static_cast<int>(sizeof NULL_TEXT - 1);
+        putPadded(out, spec, NULL_TEXT, whole ? sizeof NULL_TEXT - 1 : 0);
+        return true;
+    }
+    // strnlen: a precision lets the caller pass text without a terminating zero.
+    const std::size_t length =
+        spec.precision < 0 ? std::strlen(text) : strnlen(text, static_cast<std::size_t>(spec.precision));
+    if (length > INT_MAX) {
+        return false;
+    }
+    putPadded(out, spec, text, length);
+    return true;
+}
+
+// The digits of an integer conversion are at [first, end), its sign or "0x" just before them from
+// `prefixed` on. Adds the zeros of the precision and of the '0' flag, and the width's blanks:
+// [blanks] [prefix] [zeros] digits [blanks].
+ALWAYS_INLINE void putNumber(COutput& out, const CSpec& spec, const char* prefixed, const char* first, const char* end)
+{
+    if (spec.width == 0 && spec.precision < 0 && spec.conversion != 'o') {  // the usual case: nothing to add
+        out.put(prefixed, static_cast<std::size_t>(end - prefixed));
+        return;
+    }
+    const auto count = static_cast<std::size_t>(end - first);
+    const auto precision = static_cast<std::size_t>(spec.precision < 0 ? 0 : spec.precision);
+    std::size_t zeros = precision > count ? precision - count : 0;
+    // '#' with %o: the first digit printed is a 0.
+    if (spec.conversion == 'o' && spec.alternate && zeros == 0 && (count == 0 || *first != '0')) {
+        zeros = 1;
+    }
+    const auto prefixLength = static_cast<std::size_t>(first - prefixed);
+    const auto width = static_cast<std::size_t>(spec.width);
+    const std::size_t length = prefixLength + zeros + count;
+    std::size_t padding = width > length ? width - length : 0;
+    if (spec.zeroPad && !spec.left && spec.precision < 0) {
+        zeros += padding;
+        padding = 0;
+    }
+    if (!spec.left) {
+        out.fill(' ', padding);
+    }
+    if (zeros == 0) {
+        out.put(prefixed, prefixLength + count);
+    } else {
+        out.put(prefixed, prefixLength);
+        out.fill('0', zeros);
+        out.put(first, count);
+    }
+    if (spec.left) {
+        out.fill(' ', padding);
+    }
+}
+
+// Room for the digits and a prefix of up to two characters before them.
+struct CDigits {
+    char text[2 + MAX_DIGITS];
+    char* end() { return text + sizeof text; }
+};
+
+ALWAYS_INLINE void putSigned(COutput& out, const CSpec& spec, long long number)
+{
+    CDigits digits;
+    // Negated in unsigned arithmetic, which is right for the most negative value too.
+    const unsigned long long magnitude =
+        number < 0 ? 0ULL - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
+    // A zero precision prints no digit for the value 0.
+    char* const first = spec.precision == 0 && number == 0 ? digits.end() : decimalDigits(digits.end(), magnitude);
+    char* prefixed = first;
+    if (number < 0) {
+        *--prefixed = '-';
+    } else if (spec.plus || spec.space) {
+        *--prefixed = spec.plus ? '+' : ' ';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
+// %u, %o, %x, %X
+ALWAYS_INLINE void putUnsigned(COutput& out, const CSpec& spec, unsigned long long value)
+{
+    CDigits digits;
+    char* first = digits.end();
+    if (spec.precision != 0 || value != 0) {
+        switch (spec.conversion) {
+        case 'u': first = decimalDigits(first, value); break;
+        case 'o': first = octalDigits(first, value); break;
+        default: first = hexDigits(first, value, spec.conversion == 'x' ? LOWER_HEX : UPPER_HEX); break;
+        }
+    }
+    char* prefixed = first;
+    if (spec.alternate && value != 0 && spec.conversion != 'u' && spec.conversion != 'o') {
+        *--prefixed = spec.conversion;
+        *--prefixed = '0';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
+// Like "%#lx", but glibc also honours '+' and ' ' here, and writes a null pointer as "(nil)".
+void putPointer(COutput& out, const CSpec& spec, const void* pointer)
+{
+    if (pointer == nullptr) {
+        putPadded(out, spec, "(nil)", 5);
+        return;
+    }
+    CDigits digits;
+    char* const first = hexDigits(digits.end(), reinterpret_cast<std::uintptr_t>(pointer), LOWER_HEX);
+    char* prefixed = first;
+    *--prefixed = 'x';
+    *--prefixed = '0';
+    if (spec.plus || spec.space) {
+        *--prefixed = spec.plus ? '+' : ' ';
+    }
+    putNumber(out, spec, prefixed, first, digits.end());
+}
+
+// One conversion. False for one left to vsnprintf: unknown conversions, wide characters and strings
+// (%lc, %ls) and length modifiers on %c, %s and %p, which glibc accepts but log messages never use.
+ALWAYS_INLINE bool convert(COutput& out, const CSpec& spec, va_list& args)
+{
+    switch (spec.conversion) {
+    case 'd':
+    case 'i':
+        putSigned(out, spec, readSigned(args, spec.length));
+        return true;
+    case 'u':
+    case 'o':
+    case 'x':
+    case 'X':
+        putUnsigned(out, spec, readUnsigned(args, spec.length));
+        return true;
+    case 'p':
+        if (spec.length != ELength::NONE) {
+            return false;
+        }
+        putPointer(out, spec, va_arg(args, void*));
+        return true;
+    case 'c': {
+        if (spec.length != ELength::NONE) {
+            return false;
+        }
+        const char c = static_cast<char>(va_arg(args, int));
+        putPadded(out, spec, &c, 1);
+        return true;
+    }
+    case 's':
+        return spec.length == ELength::NONE && putString(out, spec, va_arg(args, const char*));
+    default:
+        return false;
+    }
+}
+
+// The whole message, or -1 when some part of it is left to vsnprintf.
+int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
+{
+    COutput out(buffer, size);
+    const char* p = format;
+    for (;;) {
+        const char* percent = strchrnul(p, '%');
+        out.put(p, static_cast<std::size_t>(percent - p));
+        if (*percent == '\0') {
+            break;
+        }
+        p = percent + 1;
+        if (*p == '%') {
+            out.put(p++, 1);
+            continue;
+        }
+        CSpec spec;
+        if (isConversion(*p)) {
+            // Most conversions in log messages are bare: with this spec's constant fields the
+            // compiler drops every test of flags, width and precision from this copy of convert().
+            spec.conversion = *p++;
+            if (!convert(out, spec, args)) {
+                return -1;
+            }
+        } else if (!parseSpec(p, args, spec) || !convert(out, spec, args)) {
+            return -1;
+        }
+        // vsnprintf fails with EOVERFLOW where the result does not fit an int.
+        if (out.length() > INT_MAX) {
+            return -1;
+        }
+    }
+    if (out.length() > INT_MAX) {
+        return -1;
+    }
+    out.terminate();
+    return static_cast<int>(out.length());
+}
+
+}  // namespace
+
+int formatPrintf(char* buffer, std::size_t size, const char* format, va_list args)
+{
+    if (format == nullptr) {
+        // What glibc's vsnprintf answers; not asked of it, because its declaration forbids null.
+        if (size != 0) {
+            buffer[0] = '\0';
+        }
+        errno = EINVAL;
+        return -1;
+    }
+    va_list own;
+    va_copy(own, args);
+    const int length = formatOwn(buffer, size, format, own);
+    va_end(own);
+    // The fallback reads the arguments from the start, from the caller's untouched list.
+    return length >= 0 ? length : vsnprintf(buffer, size, format, args);
+}
+
+}  // namespace vx

@@ -1,0 +1,50 @@
+// Start and end messages of a target's fault, with the count of lost records.
+#include "CFaultReport.h"
+
+#include <cstring>
+#include <syslog.h>
+
+#include "coarseClock.h"
+
+CFaultReport::~CFaultReport()
+{
+    if (m_failing) {
+        syslog(LOG_ERR, "%s: %llu records lost (%s) until the target was unloaded", m_who.c_str(), m_lost,
+               reason().c_str());
+    }
+}
+
+bool CFaultReport::retryDue() const
+{
+    return !m_failing || coarseMilliseconds() - m_lastAttemptMs >= RETRY_MS;
+}
+
+void CFaultReport::failed(const char* what, int error, unsigned long long records)
+{
+    m_lastAttemptMs = coarseMilliseconds();
+    m_lost += records;
+    if (!m_failing) {
+        m_failing = true;
+        m_what = what;
+        m_error = error;
+        syslog(LOG_ERR, "%s: %s failed: %s; records are lost until it works again (retried once a second)",
+               m_who.c_str(), what, std::strerror(error));
+    }
+}
+
+unsigned long long CFaultReport::recovered()
+{
+    if (!m_failing) {
+        return 0;
+    }
+    const unsigned long long lost = m_lost;
+    syslog(LOG_WARNING, "%s: works again; %llu records were lost (%s)", m_who.c_str(), lost, reason().c_str());
+    m_failing = false;
+    m_lost = 0;
+    return lost;
+}
+
+std::string CFaultReport::reason() const
+{
+    return m_what + " failed: " + std::strerror(m_error);
+}

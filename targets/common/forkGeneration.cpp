@@ -1,0 +1,25 @@
+// See forkGeneration.h.
+#include "forkGeneration.h"
+
+#include <atomic>
+#include <pthread.h>
+
+namespace {
+
+std::atomic<unsigned> g_generation{0};
+
+void onForkChild()
+{
+    g_generation.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Registered when the plug-in loads; dlclose unregisters the handler with the plug-in.
+const bool g_registered = pthread_atfork(nullptr, nullptr, &onForkChild) == 0;
+
+}  // namespace
+
+unsigned processGeneration()
+{
+    (void)g_registered;
+    return g_generation.load(std::memory_order_relaxed);
+}

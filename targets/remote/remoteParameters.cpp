@@ -1,0 +1,120 @@
+// Reading the remote target's parameters: every value checked here, so that a mistake refuses
+// the target at creation with a message, rather than showing up as records that never arrive.
+#include "remoteParameters.h"
+
+#include <stdexcept>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "facility.h"
+#include "numberParameter.h"
+
+namespace {
+
+const char OWNER[] = "remote target";
+
+[[noreturn]] void refuse(const std::string& why) { throw std::runtime_error(std::string(OWNER) + ": " + why); }
+
+int number(const CLogTargetParameters& parameters, const char* key, int fallback, int low, int high)
+{
+    try {
+        return static_cast<int>(numberParameter(parameters, key, fallback, low, high));
+    } catch (const std::invalid_argument& e) {
+        refuse(e.what());
+    }
+}
+
+// One of `choices` (the first is the default).
+std::size_t choice(const CLogTargetParameters& parameters, const char* key, std::initializer_list<const char*> choices)
+{
+    const std::string value = targetParameter(parameters, key, *choices.begin());
+    std::size_t index = 0;
+    std::string list;
+    for (const char* candidate : choices) {
+        if (value == candidate) {
+            return index;
+        }
+        list += (index++ == 0 ? "" : "|") + std::string(candidate);
+    }
+    refuse(std::string(key) + "=" + value + ": not one of " + list);
+}
+
+std::string machineName()
+{
+    char name[256] = {};
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+// "[::1]" as users write IPv6 addresses next to ports; the resolver wants "::1".
+std::string hostParameter(const CLogTargetParameters& parameters)
+{
+    std::string host = targetParameter(parameters, "host");
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    }
+    if (host.empty()) {
+        refuse("host= is required (the receiver's name or address)");
+    }
+    return host;
+}
+
+}  // namespace
+
+CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, const std::string& targetName)
+{
+    CRemoteParameters result;
+    const CTransportKind kinds[] = {CTransportKind::TCP, CTransportKind::UDP, CTransportKind::TLS};
+    result.transport = kinds[choice(parameters, "transport", {"tcp", "udp", "tls"})];
+    result.host = hostParameter(parameters);
+    result.port = number(parameters, "port", result.transport == CTransportKind::TLS ? 6514 : 514, 1, 65535);
+    result.framing = choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING
+                                                                                 : CFraming::LINE_FEED;
+    try {
+        result.levels = CLevelSet::fromParameters(parameters);
+    } catch (const std::invalid_argument& e) {
+        refuse(e.what());
+    }
+
+    CRfc5424Options& format = result.format;
+    const std::string facility = targetParameter(parameters, "facility", "user");
+    format.facility = facilityCode(facility, OWNER) >> 3;
+    format.hostname = targetParameter(parameters, "hostname", machineName());
+    format.sdId = targetParameter(parameters, "sd-id", format.sdId);
+    if (!isValidSdId(format.sdId)) {
+        refuse("sd-id=" + format.sdId + ": not an SD-ID of the form name@number (at most 32 printable characters, "
+               "without '=', ']', '\"' or blanks)");
+    }
+    format.utc = choice(parameters, "time", {"utc", "local"}) == 0;
+    format.bom = choice(parameters, "bom", {"0", "1"}) == 1;
+    if (result.transport == CTransportKind::UDP) {
+        // 480: the size every receiver must take (RFC 5426); 65507: the largest UDP payload.
+        format.maxLength = static_cast<std::size_t>(number(parameters, "max-datagram", 2048, 480, 65507));
+    }
+
+    CSenderSettings& sender = result.sender;
+    sender.owner = std::string(OWNER) + " " + targetName;
+    const char* const transportNames[] = {"udp", "tcp", "tls"};
+    const bool ipv6 = result.host.find(':') != std::string::npos;
+    sender.destination = std::string(transportNames[static_cast<int>(result.transport)]) + " " +
+                         (ipv6 ? "[" + result.host + "]" : result.host) + ":" + std::to_string(result.port);
+    sender.queueSize = static_cast<std::size_t>(number(parameters, "queue", 10000, 1, 10000000));
+    sender.drainMs = number(parameters, "drain-ms", 2000, 0, 3600000);
+    sender.retryMs = number(parameters, "retry-ms", 250, 1, 3600000);
+    sender.retryMaxMs = number(parameters, "retry-max-ms", 30000, sender.retryMs, 3600000);
+    sender.connectTimeoutMs = number(parameters, "connect-timeout-ms", 5000, 1, 3600000);
+
+    if (result.transport == CTransportKind::TLS) {
+        CTlsSettings tls;
+        tls.ca = targetParameter(parameters, "ca");
+        tls.cert = targetParameter(parameters, "cert");
+        tls.key = targetParameter(parameters, "key");
+        tls.verify = choice(parameters, "verify", {"1", "0"}) == 0;
+        result.tls = std::make_shared<const CTlsContext>(tls);
+        if (!tls.verify) {
+            syslog(LOG_WARNING, "%s: verify=0: the receiver's certificate and name are not checked",
+                   sender.owner.c_str());
+        }
+    }
+    return result;
+}

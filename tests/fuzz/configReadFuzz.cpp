@@ -1,0 +1,93 @@
+// Fuzzes the configuration read: the input is written as the configuration file and read the way
+// the container reads it, with `target` lines split as the container splits them and `component`
+// lines turned into masks; then the same file through the reader's table mode.
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <map>
+#include <string>
+#include <syslog.h>
+#include <unistd.h>
+#include <vexlor/cfread.h>
+
+#include "config/CConfigRead.h"
+#include "levels/CComponentRegistry.h"
+#include "targets/targetLine.h"
+
+namespace {
+
+bool untrimmed(const std::string& text)
+{
+    return !text.empty() && (std::isspace(static_cast<unsigned char>(text.front())) != 0 ||
+                             std::isspace(static_cast<unsigned char>(text.back())) != 0);
+}
+
+class CClient final : public IConfigReadClient, public IComponentCfgUpdateSink {
+public:
+    void lock() override {}
+    void unlock() override {}
+
+    int onTargetLine(const std::string& key, const std::string& value) override
+    {
+        std::map<std::string, std::string> params;
+        const std::string path = vx::parseTargetLine(value, "fuzz", params);
+        if (key != "target" || untrimmed(value) || untrimmed(path) || params.count("application-name") != 1) {
+            std::abort();
+        }
+        return 0;
+    }
+    bool sweepTargets() override { return false; }
+
+    int updateComponentLevel(const std::string& name, const std::string& bits) override
+    {
+        if (untrimmed(name) || bits.find_first_of(" \t\n\v\f\r") != std::string::npos) {
+            std::abort();
+        }
+        mask ^= CComponentRegistry::maskFromBits(bits);
+        return 0;
+    }
+
+    unsigned int mask = 0;
+};
+
+std::string directory()
+{
+    static const std::string path = [] {
+        char pattern[] = "/tmp/vexlor-fuzz-XXXXXX";
+        if (mkdtemp(pattern) == nullptr) {
+            std::abort();
+        }
+        return std::string(pattern);
+    }();
+    return path;
+}
+
+}  // namespace
+
+// The read reports every entry at debug priority; a syslog line per entry would be most of the time.
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    setlogmask(LOG_UPTO(LOG_INFO));
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string file = CConfigRead::defaultFile(directory());
+    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size) || close(fd) != 0) {
+        std::abort();
+    }
+
+    CClient client;
+    CConfigRead read(client, &client);
+    read.run(directory(), "fuzz");
+
+    if (cfread_handle* handle = cfread_open(file.c_str())) {
+        cfread_find_entry(handle, "component");
+        cfread_set_entry(handle, "target", "libvexlor-file.so, path=x");
+        cfread_find_entry(handle, "target");
+        cfread_close(handle);
+    }
+    return 0;
+}

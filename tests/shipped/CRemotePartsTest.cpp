@@ -1,0 +1,173 @@
+// The remote target's pieces without a network: the message format (header fields and their
+// limits, structured data and its escaping, UTF-8 rules, the datagram limit), both TCP framings
+// and the record queue.
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+
+#include "CRecordQueue.h"
+#include "CTcpTransport.h"
+#include "Rfc5424.h"
+
+namespace {
+
+CQueuedRecord record(const std::string& message, const std::string& function = "poll")
+{
+    CQueuedRecord r;
+    r.pid = 4711;
+    r.depth = 2;
+    r.seconds = 4102444800LL;  // 2100-01-01 00:00:00 UTC: past 2038
+    r.microseconds = 7;
+    r.severity = 3;
+    r.appname = "player";
+    r.thread = "main";
+    r.component = "net";
+    r.function = function;
+    r.message = message;
+    return r;
+}
+
+std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
+{
+    std::string out;
+    CRfc5424Formatter(options).format(r, out);
+    return out;
+}
+
+TEST(CRfc5424FormatterTest, FormatsHeaderStructuredDataAndMessage)
+{
+    CRfc5424Options options;
+    options.facility = 19;  // local3
+    options.hostname = "dev-01";
+    EXPECT_EQ("<155>1 2100-01-01T00:00:00.000007Z dev-01 player 4711 net [vexlor@32473 component=\"net\" "
+              "thread=\"main\" function=\"poll\" depth=\"2\"] link down",
+              format(options, record("link down")));
+
+    // No function: no function parameter; no text: no MSG part at all; a BOM when asked for.
+    options.sdId = "ours@99999";
+    EXPECT_EQ("<155>1 2100-01-01T00:00:00.000007Z dev-01 player 4711 net [ours@99999 component=\"net\" "
+              "thread=\"main\" depth=\"2\"]",
+              format(options, record("", "")));
+    options.bom = true;
+    const std::string withBom = format(options, record("text"));
+    EXPECT_EQ("depth=\"2\"] \xEF\xBB\xBF" "text", withBom.substr(withBom.find("depth=")));
+}
+
+TEST(CRfc5424FormatterTest, CleansHeaderFieldsAndEscapesStructuredData)
+{
+    struct {
+        std::string text;
+        std::size_t max;
+        std::string field;
+    } const cases[] = {
+        {"dev 01\xC3\xA9\t", 255, "dev01"},   // blanks, control and non-ASCII bytes dropped
+        {"", 48, "-"},                        // NILVALUE
+        {" \x01\xFF", 48, "-"},               // nothing printable left
+        {std::string(300, 'h'), 255, std::string(255, 'h')},
+        {"abcdefghijklmnopqrstuvwxyz0123456789", 32, "abcdefghijklmnopqrstuvwxyz012345"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.field, headerField(c.text, c.max)) << c.text;
+    }
+
+    std::string sd;
+    appendSdValue(sd, "a\"b\\c]d=e \xC3\xA9 \xFF");
+    EXPECT_EQ("a\\\"b\\\\c\\]d=e \xC3\xA9 \xEF\xBF\xBD", sd);
+
+    const std::string name48 = std::string(50, 'a');
+    CQueuedRecord r = record("x");
+    r.appname = name48;
+    r.component = "a component name that is longer than thirty-two";
+    r.pid = 12;
+    EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z - " + std::string(48, 'a') +
+                  " 12 acomponentnamethatislongerthanth [vexlor@32473 component=\"a component name that is longer "
+                  "than thirty-two\" thread=\"main\" function=\"poll\" depth=\"2\"] x",
+              format(CRfc5424Options{1, "", "vexlor@32473", true, false, 0}, r));
+
+    EXPECT_TRUE(isValidSdId("vexlor@32473"));
+    for (const char* bad : {"", "vexlor", "a b@1", "a=b@1", "a]@1", "a\"@1", "abcdefghijklmnopqrstuvwxyz@1234567"}) {
+        EXPECT_FALSE(isValidSdId(bad)) << bad;
+    }
+}
+
+TEST(CRfc5424FormatterTest, WritesUtcOrLocalTimeWithMicroseconds)
+{
+    EXPECT_EQ("2024-02-29T13:05:09.123456Z", rfc3339Time(1709211909LL, 123456, true));
+    setenv("TZ", "<+0530>-5:30", 1);
+    tzset();
+    EXPECT_EQ("2024-02-29T18:35:09.000001+05:30", rfc3339Time(1709211909LL, 1, false));
+    setenv("TZ", "<-03>3", 1);
+    tzset();
+    EXPECT_EQ("2024-02-29T10:05:09.000000-03:00", rfc3339Time(1709211909LL, 0, false));
+}
+
+TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
+{
+    // Cut points that fall inside a two-, three- and four-byte sequence move before it.
+    EXPECT_EQ(3u, utf8PrefixLength("abc\xC3\xA9", 4));
+    EXPECT_EQ(1u, utf8PrefixLength("a\xE2\x82\xAC", 3));
+    EXPECT_EQ(1u, utf8PrefixLength("a\xF0\x9F\x98\x80", 4));
+    EXPECT_EQ(5u, utf8PrefixLength("a\xF0\x9F\x98\x80", 5));
+
+    CRfc5424Options options;
+    options.hostname = "h";
+    options.maxLength = 480;
+    std::string text;
+    for (int i = 0; i < 200; ++i) {
+        text += "\xE2\x82\xAC";  // € (three bytes)
+    }
+    for (const bool bom : {false, true}) {
+        options.bom = bom;
+        const std::string datagram = format(options, record(text));
+        const std::size_t body = datagram.find("] ") + 2 + (bom ? 3 : 0);
+        EXPECT_LE(datagram.size(), 480u);
+        EXPECT_GT(datagram.size(), 477u);
+        EXPECT_EQ(0u, (datagram.size() - body) % 3) << "a sequence was cut";
+    }
+
+    // Names too long to leave room: the structured data goes, header and text stay.
+    CQueuedRecord r = record("text");
+    r.thread = std::string(600, 't');
+    options.bom = false;
+    EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z h player 4711 net - text", format(options, r));
+}
+
+TEST(CRfc5424FormatterTest, FramesByOctetCountOrLineFeed)
+{
+    std::string out;
+    appendFrame(CFraming::OCTET_COUNTING, "caf\xC3\xA9\nx", out);
+    EXPECT_EQ("7 caf\xC3\xA9\nx", out);  // bytes, not characters; line feeds kept
+    out.clear();
+    appendFrame(CFraming::LINE_FEED, "a\nb\n", out);
+    EXPECT_EQ("a#012b#012\n", out);
+}
+
+TEST(CRecordQueueTest, DropsTheNewestWhenFullAndKeepsOrderAcrossWrapAround)
+{
+    CWaiter waiter;
+    CRecordQueue queue(3, waiter);
+    CQueuedRecord out;
+    unsigned long long dropped = 0;
+    int next = 0;
+    for (int round = 0; round < 4; ++round) {  // rounds wrap the ring at different offsets
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_EQ(i < 3, queue.push(1, 0, 0, 0, 6, "app", "t", "c", "", std::to_string(next + i)))
+                << round << "/" << i;
+        }
+        EXPECT_EQ(2u, queue.takeDropped());
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_TRUE(queue.pop(out, dropped));
+            EXPECT_EQ(std::to_string(next + i), out.message);
+        }
+        queue.push(1, 0, 0, 0, 6, "app", "t", "c", "", "extra");
+        ASSERT_TRUE(queue.pop(out, dropped));
+        EXPECT_EQ(std::to_string(next + 2), out.message);
+        ASSERT_TRUE(queue.pop(out, dropped));
+        EXPECT_EQ("extra", out.message);
+        EXPECT_FALSE(queue.pop(out, dropped));
+        EXPECT_EQ(0u, dropped);
+        next += 10;
+    }
+}
+
+}  // namespace

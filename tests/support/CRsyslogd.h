@@ -1,0 +1,56 @@
+// A real rsyslogd for tests of the remote target: started on loopback with a configuration of its
+// own in a test directory (work directory, pid file, free ports; no local socket, no /dev/log),
+// writing every RFC 5424 field it parsed, and the raw message, one line per message.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// What rsyslogd made of one message.
+struct CReceived {
+    std::string pri, version, timestamp, hostname, appname, procid, msgid, structuredData, msg, raw;
+};
+
+// The files of a small test PKI, made with the openssl command: a CA, a server certificate for
+// localhost and 127.0.0.1 (not ::1), a client certificate, and a second CA that signed nothing.
+struct CTestCertificates {
+    explicit CTestCertificates(const std::string& directory);
+    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa;
+};
+
+class CRsyslogd {
+public:
+    enum class CInput { UDP, TCP, TLS };
+
+    // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
+    // the other loopback address. For TLS, `certificates`
+    // gives the server's files, and `requireClientCert` asks for a client certificate too.
+    CRsyslogd(const std::string& directory, CInput input, const std::string& address,
+              const CTestCertificates* certificates = nullptr, bool requireClientCert = false);
+    ~CRsyslogd();  // stops it
+    CRsyslogd(const CRsyslogd&) = delete;
+    CRsyslogd& operator=(const CRsyslogd&) = delete;
+
+    int port() const { return m_port; }
+    // Starts it and waits until it listens; stop() ends it (SIGTERM) and waits for its exit.
+    void start();
+    void stop();
+
+    // Every message received so far (the file is kept across restarts).
+    std::vector<CReceived> received() const;
+    // Waits (as a hang guard only) until at least `count` messages arrived.
+    bool waitForMessages(std::size_t count) const;
+
+private:
+    bool listening() const;
+
+    std::string m_directory;
+    CInput m_input;
+    std::string m_address;
+    int m_port;
+    pid_t m_pid = -1;
+};
+
+// A port on `address` that nothing uses at the moment, for `type` (SOCK_STREAM or SOCK_DGRAM).
+int freePort(const std::string& address, int type);

@@ -1,0 +1,154 @@
+// vexlor-check on real files, one case per kind of message, with real plug-ins for --load.
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "CCommand.h"
+#include "CTempDir.h"
+#include "testPaths.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::string FILE_TARGET = VEXLOR_TEST_TARGET_FILE;
+const std::string SYSLOG_TARGET = VEXLOR_TEST_TARGET_SYSLOG;
+const std::string APPLICATION = "<the program's application name>";
+
+class VexlorCheckTest : public ::testing::Test {
+protected:
+    CCommandResult check(const std::string& content, std::vector<std::string> options = {},
+                         const std::string& name = "vexlor.cfg")
+    {
+        options.insert(options.begin(), VEXLOR_TEST_VEXLOR_CHECK);
+        options.push_back(m_dir.write(name, content));
+        return runCommand(options);
+    }
+
+    CTempDir m_dir;
+};
+
+struct CCase {
+    const char* kind;
+    std::string content;
+    std::vector<std::string> options;
+    int status;
+    std::string expected;  // part of the output
+};
+
+TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
+{
+    const std::string out = m_dir.file("out.tsv");
+    const std::vector<CCase> cases = {
+        {"component mask", "component = net , 0001 1111\n", {}, 0,
+         "  line 1: component net = 0x0000001f  EMERG ALERT CRIT ERR WARN\n  0 error(s), 0 warning(s)\n"},
+        {"target parameters", "target = " + FILE_TARGET + ", key1=a=b, key2, key3==third,=key4=fourth\n", {}, 0,
+         "  line 1: target " + FILE_TARGET + "\n    application-name = " + APPLICATION +
+             "\n    key3 = third\n    key4 = fourth\n"},
+        {"line without value, strict", "#comment\n\nnovalue\n", {"--strict"}, 1,
+         "  line 3: warning: ignored: key \"novalue\" has no value\n"},
+        {"unknown key", "Component = net,1\n", {}, 0,
+         "  line 1: warning: ignored: unknown key \"Component\" (the keys are \"component\" and \"target\")\n"},
+        {"component line not name and bits", "component = net, 1, 1\n", {}, 0,
+         "  line 1: warning: ignored: a component line is a name and a bit string separated by one comma"},
+        {"characters other than 0 and 1", "component = net, 1x1\n", {}, 0,
+         "  line 1: warning: bit string \"1x1\" has characters other than 0 and 1: they count as 0\n"},
+        {"more than 32 levels", "component = net, 1" + std::string(32, '0') + "\n", {}, 0,
+         "  line 1: component net = 0x00000000  none\n  line 1: warning: bit string of 33 levels: only the last 32 count\n"},
+        {"component named twice", "component = a, 1\ncomponent = a, 11\n", {}, 0,
+         "  line 2: warning: component a is also set on line 1: the later line wins\n"},
+        {"library named twice", "target = " + FILE_TARGET + ", path=a\ntarget = " + FILE_TARGET + ", path=b\n", {}, 0,
+         "  line 2: warning: library \"" + FILE_TARGET +
+             "\" is loaded once, by line 1: this line's parameters are not used. A loaded target keeps the "
+             "parameters it was created with: to change them, remove its line"},
+        {"relative library path", "target = libvexlor-file.so\n", {}, 0, "  line 1: warning: relative library path"},
+        {"missing library", "target = /nonexistent/libx.so\n", {}, 0,
+         "  line 1: warning: the library does not exist on this machine\n"},
+        {"key over 255 bytes", "a=1\n" + std::string(256, 'k') + "=v\n", {}, 2,
+         "  line 2: error: max. key length exceeded (a key longer than 255 bytes): programs stop reading the file "
+         "here; the lines above take effect, no target is unloaded\n"},
+        {"value over 255 bytes", "k=" + std::string(256, 'v') + "\n", {}, 2,
+         "  line 1: error: max. value length exceeded (a value longer than 255 bytes)"},
+        {"no final line feed", "component = a, 1\nk=v", {}, 2, "  line 2: error: non-terminated entry"},
+        {"comment over 1022 bytes", "#" + std::string(1100, 'c') + "\n", {}, 0,
+         "  line 1: warning: a comment longer than 1022 bytes: the reader takes its rest as a line of its own\n"},
+        {"load creates the target", "target = " + FILE_TARGET + ", path=" + out + "\n", {"--load"}, 0,
+         "  line 1: creates the target \"file\"\n"},
+        {"load: the target refuses", "target = " + SYSLOG_TARGET + ", facility=kernel\n", {"--load"}, 2,
+         "  line 1: error: the target refuses to be created:\n"
+         "    syslog target \"syslog\": facility=kernel: unknown facility \"kernel\" (user, daemon, local0 to local7)\n"},
+        {"load: no factory", "target = " + testpaths::noFactory() + "\n", {"--load"}, 2,
+         "  line 1: error: \"" + testpaths::noFactory() + "\" is no log target: it has no class factory\n"},
+        {"load: cannot open", "target = /nonexistent/libx.so\n", {"--load"}, 2,
+         "  line 1: error: cannot load \"/nonexistent/libx.so\": /nonexistent/libx.so: cannot open shared object file"},
+        {"load: one name twice", "target = " + testpaths::recorder() + ", name=x\ntarget = " + testpaths::recorderTwin() +
+             ", name=x\n", {"--load"}, 0,
+         "  line 2: warning: a target named \"x\" is already loaded by another line: programs refuse this one"},
+    };
+    for (const CCase& each : cases) {
+        const CCommandResult result = check(each.content, each.options);
+        EXPECT_EQ(each.status, result.status) << each.kind << "\n" << result.out << result.err;
+        EXPECT_THAT(result.out, HasSubstr(each.expected)) << each.kind;
+        EXPECT_THAT(result.out, HasSubstr("Edit in place so that running programs read the file again")) << each.kind;
+    }
+}
+
+TEST_F(VexlorCheckTest, WarnsAboutWhatOtherUsersCouldChange)
+{
+    const std::string library = m_dir.file("libcopy.so");
+    std::filesystem::copy_file(FILE_TARGET, library);
+    chmod(library.c_str(), 0666);
+    const std::string file = m_dir.write("vexlor.cfg", "target = " + library + "\n");
+    chmod(file.c_str(), 0666);
+    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--strict", file});
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.out, HasSubstr("  warning: \"" + file + "\" is world-writable: any user could make every "
+                                      "program load a library of their choice\n"));
+    EXPECT_THAT(result.out, HasSubstr("  line 1: warning: \"" + library + "\" is world-writable: any user could "
+                                      "replace the library that every program loads\n"));
+
+    chmod(file.c_str(), 0644);
+    chmod(m_dir.path().c_str(), 0777);
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, file});
+    chmod(m_dir.path().c_str(), 0700);
+    EXPECT_EQ(0, result.status);
+    EXPECT_THAT(result.out, HasSubstr("  warning: it lies in the world-writable directory \"" + m_dir.path() + "\""));
+}
+
+TEST_F(VexlorCheckTest, ReportsEmptyApplicationFilesAndMissingFiles)
+{
+    CCommandResult result = check("", {"--strict"}, "vexlor-player.cfg");
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.out, HasSubstr("  warning: a per-application file that names no target and no component"));
+    EXPECT_EQ(0, check("", {"--strict"}, "vexlor.cfg").status);
+
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, m_dir.file("missing.cfg")});
+    EXPECT_EQ(2, result.status);
+    EXPECT_THAT(result.out, HasSubstr("  error: cannot be read: No such file or directory\n"));
+    EXPECT_EQ(2, runCommand({VEXLOR_TEST_VEXLOR_CHECK}).status);
+    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--help"}).status);
+}
+
+TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrors)
+{
+    const std::string file = m_dir.write("vexlor.cfg", "component = a, 1\n");
+    struct stat before {};
+    stat(file.c_str(), &before);
+    const std::string good = m_dir.write("good.cfg", "component = a, 11\n");
+    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, file});
+    EXPECT_EQ(0, result.status) << result.out;
+    EXPECT_THAT(result.out, HasSubstr("in place: running programs read it again"));
+    EXPECT_EQ("component = a, 11\n", readFile(file));
+    struct stat after {};
+    stat(file.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);  // a rename would end the programs' watch
+
+    const std::string broken = m_dir.write("broken.cfg", "component = b, 1");
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", broken, file});
+    EXPECT_EQ(2, result.status);
+    EXPECT_EQ("vexlor-check: \"" + file + "\" left unchanged\n", result.err);
+    EXPECT_EQ("component = a, 11\n", readFile(file));
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Puts the armhf builds of OpenSSL and libsystemd (with libsystemd's run-time dependencies) into the
+# cross toolchain's tree /usr/arm-linux-gnueabihf, where the armhf preset compiles and links and
+# qemu-arm loads libraries. The packages are fetched with a private apt state for armhf only and
+# unpacked, not installed: the machine's dpkg architectures stay as they are, and the versions
+# need not match the host's packages of the same names.
+set -eu
+root=/usr/arm-linux-gnueabihf
+[ -e "$root/lib/libssl.so" ] && [ -e "$root/lib/libsystemd.so" ] && [ -e "$root/shlibs" ] && exit 0
+packages="libssl-dev libssl3 libsystemd-dev libsystemd0 libcap2 libgcrypt20 libgpg-error0 liblz4-1 liblzma5 libzstd1"
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$work/lists/partial" "$work/cache/archives/partial" "$work/debs" "$work/tree"
+apt="apt-get -qq -o Dir::State::Lists=$work/lists -o Dir::Cache=$work/cache -o APT::Architecture=armhf -o APT::Architectures=armhf -o APT::Sandbox::User=root"
+echo "fetching for armhf: $packages"
+# An index that fails to download (a mirror in sync) is no reason to stop while the packages are found.
+$apt update || true
+(cd "$work/debs" && $apt download $packages)
+for deb in "$work"/debs/*.deb; do
+  dpkg-deb -x "$deb" "$work/tree"
+  # The packages' own library-to-dependency lines: tools/package.sh armhf names them in the
+  # Depends of the targets that link these libraries.
+  dpkg-deb -I "$deb" shlibs >>"$work/shlibs" 2>/dev/null || true
+done
+$sudo mkdir -p "$root/lib" "$root/include"
+for dir in "$work/tree/lib/arm-linux-gnueabihf" "$work/tree/usr/lib/arm-linux-gnueabihf"; do
+  [ -d "$dir" ] && $sudo cp -a "$dir/." "$root/lib/"
+done
+$sudo cp -a "$work/tree/usr/include/openssl" "$work/tree/usr/include/systemd" "$root/include/"
+$sudo cp -a "$work/tree/usr/include/arm-linux-gnueabihf/openssl/." "$root/include/openssl/"
+$sudo cp "$work/shlibs" "$root/shlibs"

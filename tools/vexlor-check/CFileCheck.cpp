@@ -1,0 +1,261 @@
+// The check of one file: the library's reader (cfread) hands every line, blank ones included,
+// to CConfigRead::dispatch, the library's own key dispatch and component grammar, which calls
+// back here for component and target lines; what the library only tells syslog (the reader's
+// errors, unknown keys) comes back through syslogCapture.
+#include "CFileCheck.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <sys/stat.h>
+#include <vexlor/cfread.h>
+#include <vexlor/vexlor_target.h>
+
+#include "fileSafety.h"
+#include "levelText.h"
+#include "levels/CComponentRegistry.h"
+#include "syslogCapture.h"
+#include "targets/targetLine.h"
+
+namespace {
+
+constexpr std::size_t READ_BUFFER = 1023;  // the reader's line buffer without its NUL
+constexpr std::size_t MASK_BITS = 32;
+
+std::string baseName(const std::string& path)
+{
+    const std::size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool isApplicationFile(const std::string& path)
+{
+    const std::string name = baseName(path);
+    return name.size() > 11 && name.compare(0, 7, "vexlor-") == 0 && name.compare(name.size() - 4, 4, ".cfg") == 0;
+}
+
+std::string hex(unsigned int mask)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08x", mask);
+    return text;
+}
+
+// The reader's own words for why it stopped, and what they mean for an operator.
+std::string explainReadError(const std::string& what)
+{
+    if (what == "max. key length exceeded") {
+        return what + " (a key longer than 255 bytes)";
+    }
+    if (what == "max. value length exceeded") {
+        return what + " (a value longer than 255 bytes)";
+    }
+    if (what == "non-terminated entry") {
+        return what + " (no line feed at the end of the file, a line longer than 1022 bytes, or a NUL byte)";
+    }
+    return what;
+}
+
+}  // namespace
+
+CFileCheck::CFileCheck(const std::string& path, const std::string& installedAs)
+    : m_path(path), m_installedAs(installedAs)
+{
+}
+
+void CFileCheck::add(CFinding::ESeverity severity, int line, const std::string& text)
+{
+    m_findings.push_back({severity, line, text});
+}
+
+int CFileCheck::count(CFinding::ESeverity severity) const
+{
+    int n = 0;
+    for (const CFinding& finding : m_findings) {
+        n += finding.severity == severity ? 1 : 0;
+    }
+    return n;
+}
+
+void CFileCheck::run()
+{
+    checkFile();
+    if (count(CFinding::error) != 0) {
+        return;
+    }
+    takeLogged();
+    const int rc = cfread_parse_with_callback(m_path.c_str(), &CFileCheck::onEntry, this, 1);
+    if (rc != 0) {
+        reportReadFailure();
+    } else if (isApplicationFile(m_installedAs) && m_components.empty() && m_libraries.empty()) {
+        add(CFinding::warning, 0,
+            "a per-application file that names no target and no component: the application reads it instead of "
+            "vexlor.cfg, so it loads no target and sets no level");
+    }
+}
+
+// Before reading: whether it can be read at all, who could change it, and the line numbers the
+// reader will count.
+void CFileCheck::checkFile()
+{
+    struct stat status {};
+    if (stat(m_path.c_str(), &status) != 0) {
+        add(CFinding::error, 0, std::string("cannot be read: ") + std::strerror(errno));
+        return;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        add(CFinding::error, 0, "not a regular file: programs treat it as missing");
+        return;
+    }
+    const std::string open = worldWritable(m_installedAs);
+    if (!open.empty()) {
+        add(CFinding::warning, 0, open + ": any user could make every program load a library of their choice");
+    }
+    // The reader takes a line in pieces of up to 1023 bytes and counts each piece as a line; a
+    // piece that does not start with "#" reaches the callback.
+    std::ifstream file(m_path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::size_t start = 0;
+    for (int physical = 1; start < text.size(); ++physical) {
+        std::size_t end = text.find('\n', start);
+        end = end == std::string::npos ? text.size() : end + 1;
+        if (text[start] == '#' && end - start > READ_BUFFER) {
+            add(CFinding::warning, physical,
+                "a comment longer than 1022 bytes: the reader takes its rest as a line of its own");
+        }
+        for (std::size_t piece = start; piece < end; piece += READ_BUFFER) {
+            if (text[piece] != '#') {
+                m_entryLines.push_back(physical);
+            }
+        }
+        start = end;
+    }
+}
+
+void CFileCheck::reportReadFailure()
+{
+    static const std::regex located("^cfread: (.*) in .* at line ([0-9]+)$");
+    for (const CLogged& logged : takeLogged()) {
+        std::smatch match;
+        if (std::regex_match(logged.text, match, located)) {
+            add(CFinding::error, std::stoi(match[2].str()),
+                explainReadError(match[1].str()) +
+                    ": programs stop reading the file here; the lines above take effect, no target is unloaded");
+        } else if (logged.text.compare(0, 8, "cfread: ") == 0) {
+            add(CFinding::error, 0, logged.text.substr(8));
+        }
+    }
+}
+
+int CFileCheck::onEntry(const char* key, const char* value, void* check)
+{
+    static_cast<CFileCheck*>(check)->entry(key, value);
+    return 0;
+}
+
+void CFileCheck::entry(const std::string& key, const std::string& value)
+{
+    m_line = m_nextEntry < m_entryLines.size() ? m_entryLines[m_nextEntry] : 0;
+    ++m_nextEntry;
+    if (key.empty() && value.empty()) {
+        return;  // a blank line
+    }
+    if (key.empty() || value.empty()) {
+        add(CFinding::warning, m_line,
+            key.empty() ? "ignored: no key before \"=\"" : "ignored: key \"" + key + "\" has no value");
+        return;
+    }
+    takeLogged();
+    m_handled = false;
+    m_read.dispatch(key, value);
+    if (m_handled) {
+        return;
+    }
+    static const std::regex unknown("^ignoring unknown config token \"(.*)\"$");
+    for (const CLogged& logged : takeLogged()) {
+        std::smatch match;
+        if (std::regex_match(logged.text, match, unknown)) {
+            add(CFinding::warning, m_line,
+                "ignored: unknown key \"" + match[1].str() + "\" (the keys are \"component\" and \"target\")");
+            return;
+        }
+    }
+    add(CFinding::warning, m_line,
+        "ignored: a component line is a name and a bit string separated by one comma: \"" + value + "\"");
+}
+
+int CFileCheck::updateComponentLevel(const std::string& name, const std::string& bits)
+{
+    m_handled = true;
+    const unsigned int mask = CComponentRegistry::maskFromBits(bits);
+    add(CFinding::note, m_line, "component " + name + " = " + hex(mask) + "  " + levelNames(mask));
+    if (bits.find_first_not_of("01") != std::string::npos) {
+        add(CFinding::warning, m_line,
+            "bit string \"" + bits + "\" has characters other than 0 and 1: they count as 0");
+    }
+    if (bits.size() > MASK_BITS) {
+        add(CFinding::warning, m_line,
+            "bit string of " + std::to_string(bits.size()) + " levels: only the last 32 count");
+    }
+    const auto seen = m_components.emplace(name, m_line);
+    if (!seen.second) {
+        add(CFinding::warning, m_line,
+            "component " + name + " is also set on line " + std::to_string(seen.first->second) + ": the later line wins");
+        seen.first->second = m_line;
+    }
+    return 0;
+}
+
+int CFileCheck::onTargetLine(const std::string& /*key*/, const std::string& value)
+{
+    m_handled = true;
+    // The application name is the program's; the marker shows where it goes.
+    const std::string application = "<the program's application name>";
+    std::map<std::string, std::string> params;
+    const std::string path = vx::parseTargetLine(value, application, params);
+    std::string text = "target " + (path.empty() ? std::string("(no library)") : path);
+    for (const auto& param : params) {
+        text += "\n    " + param.first + " = " + param.second;
+    }
+    add(CFinding::note, m_line, text);
+    const auto seen = m_libraries.emplace(path, m_line);
+    if (!seen.second) {
+        add(CFinding::warning, m_line,
+            "library \"" + path + "\" is loaded once, by line " + std::to_string(seen.first->second) +
+                ": this line's parameters are not used. A loaded target keeps the parameters it was created "
+                "with: to change them, remove its line and let the programs read the file, then add the new line");
+        return 0;
+    }
+    // --load creates the target as a program that has not named itself would.
+    std::map<std::string, std::string> loadParams;
+    vx::parseTargetLine(value, std::string(), loadParams);
+    m_targets.push_back({m_line, path, loadParams});
+    checkLibrary(m_line, path);
+    return 0;
+}
+
+void CFileCheck::checkLibrary(int line, const std::string& path)
+{
+    if (path.empty()) {
+        add(CFinding::warning, line, "no library path: the line loads nothing");
+        return;
+    }
+    if (path[0] != '/') {
+        add(CFinding::warning, line,
+            "relative library path: the dynamic loader searches for it, so what is loaded depends on each "
+            "program's environment (give an absolute path)");
+        return;
+    }
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        add(CFinding::warning, line, "the library does not exist on this machine");
+        return;
+    }
+    const std::string open = worldWritable(path);
+    if (!open.empty()) {
+        add(CFinding::warning, line, open + ": any user could replace the library that every program loads");
+    }
+}

@@ -1,0 +1,200 @@
+// vexlorctl: lists the running programs whose configuration loads the control target, shows
+// their components with masks and level descriptions, and sets a component's mask.
+// Exit status 0 on success, 1 when a process is gone, not controllable or refuses, 2 for a
+// usage error.
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CControlClient.h"
+#include "levelText.h"
+#include "processList.h"
+
+namespace {
+
+constexpr int EXIT_FAILED = 1;
+constexpr int EXIT_USAGE = 2;
+
+const char* const USAGE =
+    "usage: vexlorctl list\n"
+    "       vexlorctl show <pid|application>\n"
+    "       vexlorctl set <pid|application> <component> <levels>\n"
+    "  levels: a hex mask (0x1f), a bit string as in vexlor.cfg (000011111), or level names and\n"
+    "          numbers (warn,debug,8; emerg-warn; all)\n"
+    "A mask set here lasts until the program next reads a configuration file that names the component.\n";
+
+using CLines = std::vector<std::vector<std::string>>;
+
+// The first line whose first field is `key`: its second field.
+std::string field(const CLines& lines, const std::string& key)
+{
+    for (const auto& line : lines) {
+        if (line.size() > 1 && line[0] == key) {
+            return line[1];
+        }
+    }
+    return std::string();
+}
+
+unsigned int hexField(const std::string& text)
+{
+    return static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, 16));
+}
+
+int fail(const std::string& text)
+{
+    std::fprintf(stderr, "vexlorctl: %s\n", text.c_str());
+    return EXIT_FAILED;
+}
+
+bool isPid(const std::string& text)
+{
+    return !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+int list()
+{
+    std::printf("%-8s %-24s %-16s %s\n", "PID", "APPLICATION", "PROGRAM", "COMPONENTS");
+    for (const int pid : controllablePids()) {
+        if (!mayAsk(pid)) {
+            std::printf("%-8d %-24s %-16s %s\n", pid, "-", programName(pid).c_str(), "(another user's)");
+            continue;
+        }
+        const CControlReply reply = askProcess(pid, {"info"});
+        if (reply.status == CControlReply::gone) {
+            continue;  // ended since the kernel listed it
+        }
+        if (reply.status != CControlReply::ok) {
+            std::printf("%-8d %-24s %-16s %s\n", pid, "-", programName(pid).c_str(), reply.text.c_str());
+            continue;
+        }
+        std::printf("%-8d %-24s %-16s %s\n", pid, field(reply.lines, "application").c_str(),
+                    field(reply.lines, "program").c_str(), field(reply.lines, "components").c_str());
+    }
+    return 0;
+}
+
+// The processes that `target` names: a pid, or every process this user may ask with that
+// application name.
+bool resolve(const std::string& target, std::vector<int>& pids)
+{
+    if (isPid(target)) {
+        pids.push_back(std::atoi(target.c_str()));
+        return true;
+    }
+    for (const int pid : controllablePids()) {
+        if (!mayAsk(pid)) {
+            continue;
+        }
+        const CControlReply reply = askProcess(pid, {"info"});
+        if (reply.status == CControlReply::ok && field(reply.lines, "application") == target) {
+            pids.push_back(pid);
+        }
+    }
+    if (pids.empty()) {
+        fail("no controllable process of yours has the application name \"" + target + "\" (see vexlorctl list)");
+    }
+    return !pids.empty();
+}
+
+void printComponents(const CLines& lines)
+{
+    std::map<std::string, std::vector<std::string>> descriptions;
+    for (const auto& line : lines) {
+        if (line.size() == 4 && line[0] == "description") {
+            descriptions[line[1]].push_back(line[2] + " = " + line[3]);
+        }
+    }
+    for (const auto& line : lines) {
+        if (line.size() == 3 && line[0] == "component") {
+            const unsigned int mask = hexField(line[2]);
+            std::printf("  %-20s 0x%08x  %s\n", line[1].c_str(), mask, levelNames(mask).c_str());
+            for (const std::string& description : descriptions[line[1]]) {
+                std::printf("  %-20s   level %s\n", "", description.c_str());
+            }
+        }
+    }
+}
+
+int show(const std::string& target)
+{
+    std::vector<int> pids;
+    if (!resolve(target, pids)) {
+        return EXIT_FAILED;
+    }
+    int status = 0;
+    for (const int pid : pids) {
+        const CControlReply reply = askProcess(pid, {"show"});
+        if (reply.status != CControlReply::ok) {
+            status = fail(reply.text);
+            continue;
+        }
+        const unsigned int syslogMask = hexField(field(reply.lines, "syslogmask"));
+        std::printf("process %d: application \"%s\", program \"%s\", %s components\n", pid,
+                    field(reply.lines, "application").c_str(), field(reply.lines, "program").c_str(),
+                    field(reply.lines, "components").c_str());
+        std::printf("  syslog priority mask 0x%02x: %s\n", syslogMask, levelNames(syslogMask).c_str());
+        printComponents(reply.lines);
+    }
+    return status;
+}
+
+int set(const std::string& target, const std::string& component, const std::string& levels)
+{
+    unsigned int mask = 0;
+    std::string error;
+    if (!parseLevels(levels, mask, error)) {
+        std::fprintf(stderr, "vexlorctl: %s\n", error.c_str());
+        return EXIT_USAGE;
+    }
+    std::vector<int> pids;
+    if (!resolve(target, pids)) {
+        return EXIT_FAILED;
+    }
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "0x%x", mask);
+    int status = 0;
+    for (const int pid : pids) {
+        const CControlReply reply = askProcess(pid, {"set", component, hex});
+        if (reply.status != CControlReply::ok) {
+            status = fail(reply.text);
+            continue;
+        }
+        for (const auto& line : reply.lines) {
+            if (line.size() == 4 && line[0] == "changed") {
+                const unsigned int now = hexField(line[3]);
+                std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, line[1].c_str(), hexField(line[2]), now,
+                            levelNames(now).c_str());
+            }
+        }
+    }
+    if (status == 0) {
+        std::printf("This lasts until the program next reads a configuration file with a line for \"%s\".\n",
+                    component.c_str());
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.size() == 1 && (args[0] == "-h" || args[0] == "--help")) {
+        std::fputs(USAGE, stdout);
+        return 0;
+    }
+    if (args.size() == 1 && args[0] == "list") {
+        return list();
+    }
+    if (args.size() == 2 && args[0] == "show") {
+        return show(args[1]);
+    }
+    if (args.size() == 4 && args[0] == "set") {
+        return set(args[1], args[2], args[3]);
+    }
+    std::fputs(USAGE, stderr);
+    return EXIT_USAGE;
+}
