@@ -59,6 +59,7 @@ TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
             vexlor_init_novexlor("main");
             vexlor_init(nullptr, "again");
             const int announcements = m_syslog.count(announced(row.level), row.level);
+            // The child's status: 1 the file, 2 the mask, 4 the announcement went wrong.
             return (levels() == row.before + row.appended ? 0 : 1) |
                    (m_syslog.setlogmaskCalls() == std::vector<int>{(2 << row.level) - 1} ? 0 : 2) |
                    (announcements == (row.present ? 1 : 0) && m_syslog.countContaining("[Log") == announcements ? 0 : 4);
