@@ -28,25 +28,24 @@ int collect(const char* key, const char* value, void* user)
 
 class CfreadTest : public ::testing::Test {
 protected:
-    // Callback mode; the result goes to m_rc.
-    Entries parse(const std::string& path, bool callOnEmpty = false, int stopAt = 0)
+    // Callback mode on a file with `content`; the result goes to m_rc.
+    Entries parse(const std::string& content, bool callOnEmpty = false, int stopAt = 0)
     {
         CCollected collected{{}, stopAt};
-        m_rc = cfread_parse_with_callback(path.c_str(), &collect, &collected, callOnEmpty ? 1 : 0);
+        m_rc = cfread_parse_with_callback(m_dir.write("f.cfg", content).c_str(), &collect, &collected, callOnEmpty);
         return collected.entries;
     }
 
-    // Both modes reject the file with "cfread: <message>" naming it; callback mode has handed
-    // over `before` by then.
-    void expectRejected(const std::string& content, std::string message, const Entries& before = {})
+    // Both modes reject the file with "cfread: <message> in <file> at line <line>"; callback mode
+    // has handed over `before` by then.
+    void expectRejected(const std::string& content, const std::string& message, int line, const Entries& before = {})
     {
-        const std::string path = m_dir.write("f.cfg", content);
         m_syslog.clear();
-        EXPECT_EQ(before, parse(path));
+        EXPECT_EQ(before, parse(content));
         EXPECT_EQ(-1, m_rc);
-        EXPECT_EQ(nullptr, cfread_open(path.c_str()));
-        message = "cfread: " + message.replace(message.find("%s"), 2, path);
-        EXPECT_EQ(2, m_syslog.count(message, LOG_ERR)) << message;
+        EXPECT_EQ(nullptr, cfread_open(m_dir.file("f.cfg").c_str()));
+        const std::string text = "cfread: " + message + " in " + m_dir.file("f.cfg") + " at line " + std::to_string(line);
+        EXPECT_EQ(2, m_syslog.count(text, LOG_ERR)) << text;
     }
 
     CTempDir m_dir;
@@ -56,23 +55,22 @@ protected:
 
 TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
 {
-    const std::string path = m_dir.write("s.cfg",
-        "key = value\nmy key=x\npad=  a b  \na=b=c\neq==x\ntab\t=\tv\n  #x=1\nnote=1 # note\n#comment=9\n"
-        "crlf=v\r\ncr=v\rrest\nutf=\xc3\xa4" "b\xe2\x82\xac c\n\xc3\xa4k\xff=v\n"
-        "novalue\nnokey=\nblank=   \n=value\n\n# a last comment needs no line feed");
-    const Entries entries = {{"key", "value"}, {"mykey", "x"},   {"pad", "a b  "}, {"a", "b=c"},
-                             {"eq", "=x"},     {"tab\t", "\tv"}, {"#x", "1"},      {"note", "1 # note"},
-                             {"crlf", "v"},    {"cr", "v"},      {"utf", "b c"},   {"k", "v"}};
-    EXPECT_EQ(entries, parse(path));
+    const std::string content = "my key = value\npad=  a b  \na=b=c\neq==x\ntab\t=\tv\n  #x=1\nnote=1 # note\n#comment=9\n"
+                                "crlf=v\r\ncr=v\rrest\n"
+                                "utf=\xc3\xa4" "b\xe2\x82\xac c\nnovalue\n=value\n\n# a last comment needs no line feed";
+    const Entries entries = {{"mykey", "value"}, {"pad", "a b  "}, {"a", "b=c"},        {"eq", "=x"}, {"tab\t", "\tv"},
+                             {"#x", "1"},        {"note", "1 # note"}, {"crlf", "v"}, {"cr", "v"},  {"utf", "b c"}};
+    EXPECT_EQ(entries, parse(content));
     EXPECT_EQ(0, m_rc);
     Entries withEmpty = entries;
-    withEmpty.insert(withEmpty.end(), {{"novalue", ""}, {"nokey", ""}, {"blank", ""}, {"", "value"}, {"", ""}});
-    EXPECT_EQ(withEmpty, parse(path, true));
+    withEmpty.insert(withEmpty.end(), {{"novalue", ""}, {"", "value"}, {"", ""}});
+    EXPECT_EQ(withEmpty, parse(content, true));
     // A callback that asks to stop ends a successful read.
-    EXPECT_EQ(Entries(1, entries[0]), parse(path, false, 1));
+    EXPECT_EQ(Entries(1, entries[0]), parse(content, false, 1));
     EXPECT_EQ(0, m_rc);
 
-    cfread_handle* handle = cfread_open(path.c_str());
+    // Table mode keeps the same entries, without the empty ones.
+    cfread_handle* handle = cfread_open(m_dir.file("f.cfg").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(static_cast<int>(entries.size()), handle->count);
     for (const auto& [key, value] : entries) {
@@ -88,16 +86,15 @@ TEST_F(CfreadTest, RejectsUnreadableFilesAndBrokenLinesWithTheLineNumber)
     // Dropped bytes do not count: top-bit bytes at a full key or value, spaces in a long line.
     const std::string key(255, 'k');
     const std::string value(255, 'v');
-    const std::string path = m_dir.write("l.cfg", key + "\xff=1\nv=" + value + "\xc3\xa4\n" +
-                                                      std::string(1019, ' ') + "p=v\n");
-    EXPECT_EQ((Entries{{key, "1"}, {"v", value}, {"p", "v"}}), parse(path));
+    EXPECT_EQ((Entries{{key, "1"}, {"v", value}, {"p", "v"}}),
+              parse(key + "\xff=1\nv=" + value + "\xc3\xa4\n" + std::string(1019, ' ') + "p=v\n"));
     EXPECT_EQ(0, m_rc);
 
-    expectRejected("#c\n\n" + key + " =v\n", "max. key length exceeded in %s at line 3");
-    expectRejected("a=1\nk=" + value + "v\n", "max. value length exceeded in %s at line 2", {{"a", "1"}});
-    expectRejected(std::string(1020, ' ') + "k=v\n", "non-terminated entry in %s at line 1");
-    expectRejected("a=1\nk=v", "non-terminated entry in %s at line 2", {{"a", "1"}});
-    expectRejected(std::string("a=1\nk=\0v\n", 9), "non-terminated entry in %s at line 2", {{"a", "1"}});
+    expectRejected("#c\n\n" + key + " =v\n", "max. key length exceeded", 3);
+    expectRejected("a=1\nk=" + value + "v\n", "max. value length exceeded", 2, {{"a", "1"}});
+    expectRejected(std::string(1020, ' ') + "k=v\n", "non-terminated entry", 1);
+    expectRejected("a=1\nk=v", "non-terminated entry", 2, {{"a", "1"}});
+    expectRejected(std::string("a=1\nk=\0v\n", 9), "non-terminated entry", 2, {{"a", "1"}});
 
     const std::string missing = m_dir.file("missing.cfg");
     for (const char* name : {static_cast<const char*>(nullptr), "", missing.c_str()}) {
@@ -111,32 +108,26 @@ TEST_F(CfreadTest, RejectsUnreadableFilesAndBrokenLinesWithTheLineNumber)
 
 TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
 {
-    cfread_handle* handle = cfread_open(m_dir.write("e.cfg", "").c_str());
-    ASSERT_NE(nullptr, handle);
-    EXPECT_EQ(0, handle->capacity);
-    cfread_close(handle);
-
     // Within one file a later line replaces the earlier one in its slot.
-    handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
+    cfread_handle* handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(2, handle->count);
-    EXPECT_EQ(64, handle->capacity);
     const cfread_entry* a = cfread_find_entry(handle, "a");
     ASSERT_EQ(handle->entries[0], a);
-    EXPECT_EQ(0, a->index);
     EXPECT_STREQ("3", a->value);
+    // No entry has a null or empty key.
     EXPECT_TRUE(cfread_set_entry(handle, nullptr, "x") == nullptr && cfread_set_entry(handle, "", "x") == nullptr &&
                 cfread_find_entry(handle, nullptr) == nullptr && cfread_find_entry(handle, "") == nullptr);
 
     const std::pair<const char*, int> cases[] = {
-        {"42", 42},  {"-7", -7},       {"+7", 7},         {"007", 7},         {"5 ", -1},          {"0x10", -1},
-        {"+", 0},    {"-", 0},         {"true", 1},       {"True", -1},       {"false", 0},        {"", -1},
-        {nullptr, -1}, {"2147483646", 2147483646}, {"2147483647", -1}, {"-2147483648", -1}, {"99999999999", -1}};
+        {"42", 42},    {"-7", -7},    {"+7", 7},  {"+", 0},           {"007", 7},
+        {"5 ", -1},    {"0x10", -1},  {"true", 1}, {"True", -1},      {"false", 0},
+        {"", -1},      {nullptr, -1}, {"2147483646", 2147483646},     {"2147483647", -1},
+        {"-2147483648", -1},          {"99999999999", -1}};
     for (const auto& [value, expected] : cases) {
         const cfread_entry* entry = cfread_set_entry(handle, "k", value);
         ASSERT_NE(nullptr, entry);
         EXPECT_EQ(expected, entry->int_value) << (value != nullptr ? value : "(null)");
-        EXPECT_STREQ(value != nullptr ? value : "", entry->value);
     }
 
     for (int i = 3; i < 64; ++i) {
@@ -145,7 +136,6 @@ TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
     EXPECT_EQ(64, handle->capacity);
     EXPECT_EQ(64, cfread_set_entry(handle, "k64", "v")->index);
     EXPECT_EQ(128, handle->capacity);
-    EXPECT_EQ(65, handle->count);
     EXPECT_EQ(nullptr, handle->entries[127]);
     cfread_close(handle);
     cfread_close(nullptr);

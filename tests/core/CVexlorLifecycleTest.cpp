@@ -1,36 +1,18 @@
 // The instance's life: thread names with their start and end records, the application name and
-// the syslog identity, the _novexlor pair, plug-ins that call the library while the first
-// configuration is read, threads that go on logging while the process exits, and null inputs.
+// the syslog identity, the _novexlor pair, and threads that go on logging while the process exits.
 #include <atomic>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <stdexcept>
-#include <string>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 
-#include "CCompiledPaths.h"
-#include "CRecorder.h"
-#include "CSyslogCapture.h"
-#include "testPaths.h"
+#include "CMainInstanceTest.h"
+#include "runInChild.h"
 
 namespace {
 
-using Strings = std::vector<std::string>;
-
-class CVexlorLifecycleTest : public ::testing::Test {
-protected:
-    void SetUp() override { m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=rec")); }
-
-    static std::vector<CRecordedCall> records() { return CRecorder::instance().calls("log", "rec"); }
-
-    const std::string m_program = program_invocation_short_name;
-    CCompiledPaths m_paths;
-    CSyslogCapture m_syslog;
-};
+using CVexlorLifecycleTest = CMainInstanceTest;
 
 // Start and end records only where the component enables VX_ENTERLEAVE; only the first init of
 // the process opens syslog.
@@ -54,15 +36,16 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
     vexlor(app, VX_INFO, "after done");
     vexlor_init(app, "again");
 
-    std::vector<std::pair<std::string, std::string>> seen;  // message, thread name
+    std::vector<std::tuple<std::string, std::string, vexlor_level*>> seen;  // message, thread name, level
     for (const CRecordedCall& record : records()) {
-        seen.emplace_back(record.message, record.threadName);
-        EXPECT_EQ(record.message.rfind("-----", 0) == 0 ? VX_ENTERLEAVE : VX_INFO, record.level);
+        seen.emplace_back(record.message, record.threadName, record.level);
     }
     const decltype(seen) expected{
-        {"other's", "other"},   {"other done", "<thrd done>"}, {"fresh", "<no name>"}, {"named", "worker"},
-        {"----- Thread renamed started.", "renamed"},          {"----- Thread renamed ending.", "renamed"},
-        {"after done", "<thrd done>"},                         {"----- Thread again started.", "again"},
+        {"other's", "other", VX_INFO},       {"other done", "<thrd done>", VX_INFO},
+        {"fresh", "<no name>", VX_INFO},     {"named", "worker", VX_INFO},
+        {"----- Thread renamed started.", "renamed", VX_ENTERLEAVE},
+        {"----- Thread renamed ending.", "renamed", VX_ENTERLEAVE},
+        {"after done", "<thrd done>", VX_INFO}, {"----- Thread again started.", "again", VX_ENTERLEAVE},
     };
     EXPECT_EQ(expected, seen);
     EXPECT_EQ(1u, m_syslog.openlogCalls().size());
@@ -84,16 +67,13 @@ TEST_F(CVexlorLifecycleTest, SyslogIdentityStaysValidAfterTheInstanceIsGone)
 }
 
 // A name set before the first init yields to the program name that this init opens syslog with;
-// set later, it is the identity. The container switches to the application's own file.
+// set later, it is the identity.
 TEST_F(CVexlorLifecycleTest, ApplicationNameBecomesTheSyslogIdentity)
 {
-    // Another library path, so that the switch to this file loads a target of its own.
-    m_paths.writeAppConfig("app", targetLine(testpaths::recorderTwin(), "name=apprec"));
     const char* stored = vexlor_set_applicationname("app");
     EXPECT_EQ(vexlor_get_application_name().c_str(), stored);
     EXPECT_THROW(vexlor_set_applicationname(nullptr), std::logic_error);
     EXPECT_EQ("app", vexlor_get_application_name());
-    EXPECT_EQ("apprec", CRecorder::instance().calls("created").back().target);
 
     vexlor_init(nullptr, "main");
     vexlor_set_applicationname("later");
@@ -102,8 +82,9 @@ TEST_F(CVexlorLifecycleTest, ApplicationNameBecomesTheSyslogIdentity)
         opened.emplace_back(call.ident, call.option, call.facility);
     }
     const int options = LOG_PID | LOG_NDELAY;
-    const decltype(opened) expected{
-        {"app", options, LOG_USER}, {m_program, options, LOG_USER}, {"later", options, LOG_USER}};
+    const decltype(opened) expected{{"app", options, LOG_USER},
+                                    {program_invocation_short_name, options, LOG_USER},
+                                    {"later", options, LOG_USER}};
     EXPECT_EQ(expected, opened);
 }
 
@@ -120,17 +101,6 @@ TEST_F(CVexlorLifecycleTest, NovexlorPairLeavesTheMainInstanceAlone)
     EXPECT_EQ("side", records().at(0).threadName);
 }
 
-TEST_F(CVexlorLifecycleTest, TargetsMayCallTheLibraryWhileTheFirstConfigurationIsRead)
-{
-    // The nested target creates a component while it is created, that is while the main
-    // instance is still being built by the first call below.
-    m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=n, nested=1"));
-    vexlor_component* net = vexlor_create_component("net", VX_INFO, "");
-    ASSERT_NE(nullptr, vexlor_get_component_by_name("nested"));
-    vexlor(net, VX_INFO, "outer");
-    EXPECT_EQ((Strings{"outer", "nested:outer"}), CRecorder::instance().messages("n"));
-}
-
 TEST_F(CVexlorLifecycleTest, ThreadsThatLogWhileTheProcessExitsDoNotBringItDown)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -141,9 +111,7 @@ TEST_F(CVexlorLifecycleTest, ThreadsThatLogWhileTheProcessExitsDoNotBringItDown)
 #endif
     // Several children: the logging thread meets the exit at different points.
     for (int round = 0; round < 10; ++round) {
-        const pid_t child = fork();
-        ASSERT_NE(-1, child);
-        if (child == 0) {
+        EXPECT_EQ(0, runInChild([]() -> int {
             vexlor_component* net = vexlor_create_component("net", VX_ALL, "");
             std::atomic<bool> started{false};
             std::thread([&] {
@@ -156,24 +124,8 @@ TEST_F(CVexlorLifecycleTest, ThreadsThatLogWhileTheProcessExitsDoNotBringItDown)
                 std::this_thread::yield();
             }
             exit(0);  // runs the library's destructors while the thread logs on
-        }
-        int status = 0;
-        ASSERT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "round " << round << " status " << status;
+        })) << "round " << round;
     }
-}
-
-TEST_F(CVexlorLifecycleTest, NullInputsAreSurvived)
-{
-    vexlor_component* net = vexlor_create_component("net", VX_ALL, nullptr);
-    EXPECT_EQ(nullptr, vexlor_create_component(nullptr, VX_ALL, ""));
-    EXPECT_TRUE(m_syslog.contains("vexlor_create_component: no component name given (null) - no component created",
-                                  LOG_ERR));
-    EXPECT_EQ("", vexlor_get_name_by_component(nullptr));
-    EXPECT_EQ(0u, vexlor_level_to_mask(nullptr));
-    vexlor(net, VX_INFO, nullptr);
-    vexlor_syslog(net, VX_INFO, nullptr);
-    EXPECT_EQ((Strings{"", ""}), CRecorder::instance().messages("rec"));
 }
 
 }  // namespace

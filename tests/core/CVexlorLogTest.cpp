@@ -1,95 +1,88 @@
-// The log path of the main instance: the nine record fields (the pid also after fork), the filter,
-// the message cut, the syslog-style variant, function tracing and hex dumps.
-#include <gtest/gtest.h>
+// The log path of the main instance: the nine record fields (64-bit seconds, the pid also after
+// fork), the filter, the message cut, the syslog-style variant, function tracing and hex dumps.
+#include <atomic>
+#include <ctime>
 #include <stdexcept>
-#include <string>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 
-#include "CCompiledPaths.h"
-#include "CRecorder.h"
-#include "CSyslogCapture.h"
-#include "core/CVexlor.h"
-#include "testPaths.h"
+#include "CMainInstanceTest.h"
+#include "runInChild.h"
+
+static_assert(sizeof(time_t) == 8, "32-bit processors need _TIME_BITS=64 (see cmake/toolchains)");
+
+namespace {
+
+// While not negative, the seconds that gettimeofday reports (with 999999 microseconds).
+std::atomic<long long> fixedSeconds{-1};
+
+}  // namespace
+
+// The library reads a chosen time without the machine's clock being touched. With 64-bit time on
+// a 32-bit processor the C library's header names this definition __gettimeofday64, the entry
+// point that the library calls.
+extern "C" int gettimeofday(timeval* __restrict tv, void* __restrict /*tz*/) noexcept
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const long long seconds = fixedSeconds;
+    tv->tv_sec = seconds >= 0 ? static_cast<time_t>(seconds) : now.tv_sec;
+    tv->tv_usec = seconds >= 0 ? 999999 : now.tv_nsec / 1000;
+    return 0;
+}
 
 namespace {
 
 using Strings = std::vector<std::string>;
-
-class CVexlorLogTest : public ::testing::Test {
-protected:
-    void SetUp() override { m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=rec")); }
-
-    static std::vector<CRecordedCall> records() { return CRecorder::instance().calls("log", "rec"); }
-    static Strings messages() { return CRecorder::instance().messages("rec"); }
-
-    CCompiledPaths m_paths;
-    CSyslogCapture m_syslog;
-};
+using CVexlorLogTest = CMainInstanceTest;
 
 TEST_F(CVexlorLogTest, DeliversTheNineFieldsOfEachRecordThatPassesTheFilter)
 {
     vexlor_component* net = vexlor_create_component("net", VX_ERR, "");
-    timeval before{};
-    gettimeofday(&before, nullptr);
+    fixedSeconds = 253402300799LL;  // 9999-12-31 23:59:59, past both 32-bit limits
     vexlor(net, VX_ERR, "hello %d", 42);
-    timeval after{};
-    gettimeofday(&after, nullptr);
-    vexlor(net, VX_INFO, "info");
+    fixedSeconds = -1;
+    for (vexlor_level* filtered : {VX_INFO, vexlor_level_create(40), static_cast<vexlor_level*>(nullptr)}) {
+        vexlor(net, filtered, "filtered");
+    }
     vexlor(nullptr, VX_ERR, "no component");
-    vexlor(net, nullptr, "no level");
-    vexlor(net, vexlor_level_create(40), "mask 0");
-    vexlor(net, VX_ALL, "all");
+    vexlor(net, VX_ALL, nullptr);  // a null format is an empty message
     vexlor(net, VX_ERR, "%s", std::string(3000, 'x').c_str());
-    EXPECT_EQ((Strings{"hello 42", "all", std::string(2047, 'x')}), messages());
+    EXPECT_EQ((Strings{"hello 42", "", std::string(2047, 'x')}), messages());
 
-    const CRecordedCall record = records().at(0);
-    const auto micros = [](long long seconds, long long microseconds) { return seconds * 1000000 + microseconds; };
-    EXPECT_EQ(getpid(), record.pid);
-    EXPECT_EQ(0, record.depth);
-    EXPECT_LE(micros(before.tv_sec, before.tv_usec), micros(record.seconds, record.microseconds));
-    EXPECT_GE(micros(after.tv_sec, after.tv_usec), micros(record.seconds, record.microseconds));
-    EXPECT_EQ(VX_ERR, record.level);
-    EXPECT_EQ("<no name>", record.threadName);
-    EXPECT_EQ("net", record.componentName);
-    EXPECT_EQ("", record.functionName);
+    const CRecordedCall r = records().at(0);
+    EXPECT_EQ(std::make_tuple(getpid(), 0, 253402300799LL, 999999, VX_ERR),
+              std::make_tuple(r.pid, r.depth, r.seconds, r.microseconds, r.level));
+    EXPECT_EQ((Strings{"<no name>", "net", ""}), (Strings{r.threadName, r.componentName, r.functionName}));
 
     // The library caches the pid: a fork child must not log under its parent's.
-    const pid_t child = fork();
-    ASSERT_NE(-1, child);
-    if (child == 0) {
-        // No gtest assertion in the child: its result is the exit status.
+    EXPECT_EQ(0, runInChild([net] {
         vexlor(net, VX_ERR, "child");
-        _exit(records().back().pid == getpid() ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        return records().back().pid == getpid() ? 0 : 1;
+    }));
 }
 
-// Unfiltered towards syslog, filtered towards the targets.
-TEST_F(CVexlorLogTest, SyslogStyleCallWritesToSyslogWithoutSyslogTarget)
+// Unfiltered towards syslog, at the level's priority; filtered towards the targets; left to a
+// target that writes to syslog.
+TEST_F(CVexlorLogTest, SyslogStyleCallWritesToSyslogUnlessATargetDoes)
 {
+    m_paths.writeAppConfig("app", targetLine(testpaths::recorderTwin(), "name=sys, syslog=1"));
     vexlor_component* disk = vexlor_create_component("disk", VX_ERR, "");
     vexlor_syslog(disk, VX_ERR, "disk %d%% full", 90);
     vexlor_syslog(disk, VX_ENTERLEAVE, "filtered");
     vexlor_syslog(nullptr, nullptr, "no level");
+    vexlor_syslog(disk, VX_INFO, nullptr);  // a null format sends an empty message
+    vexlor_set_applicationname("app");
+    vexlor_syslog(disk, VX_ERR, "taken over");
     EXPECT_EQ(1, m_syslog.count("disk 90% full", LOG_ERR));
     EXPECT_EQ(1, m_syslog.count("filtered", LOG_DEBUG));
     EXPECT_EQ(1, m_syslog.count("no level", LOG_DEBUG));
+    EXPECT_EQ(1, m_syslog.count("", LOG_INFO));
+    EXPECT_EQ(0, m_syslog.count("taken over"));
     EXPECT_EQ(Strings{"disk 90% full"}, messages());
-}
-
-TEST_F(CVexlorLogTest, SyslogStyleCallLeavesSyslogToASyslogTarget)
-{
-    m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=rec, syslog=1"));
-    vexlor_syslog(vexlor_create_component("disk", VX_ERR, ""), VX_ERR, "disk full");
-    EXPECT_EQ(0, m_syslog.count("disk full"));
-    EXPECT_EQ(Strings{"disk full"}, messages());
+    EXPECT_EQ(Strings{"taken over"}, CRecorder::instance().messages("sys"));
 }
 
 // "entering" carries the caller's depth, "leaving" the same; the stack is kept when the tracing
@@ -113,14 +106,14 @@ TEST_F(CVexlorLogTest, TracingRecordsAndOthersCarryTheInnermostFunctionAndDepth)
         vexlor_enter_function(app, "x");
     }).join();
 
-    std::vector<std::tuple<std::string, std::string, int>> seen;  // message, function, depth
+    std::vector<std::tuple<std::string, std::string, int, vexlor_level*>> seen;
     for (const CRecordedCall& record : records()) {
-        seen.emplace_back(record.message, record.functionName, record.depth);
-        EXPECT_EQ(record.message == "inside" || record.message == "after" ? VX_INFO : VX_ENTERLEAVE, record.level);
+        seen.emplace_back(record.message, record.functionName, record.depth, record.level);
     }
     const decltype(seen) expected{
-        {"entering", "a", 0}, {"inside", "c", 3}, {"leaving", "b", 1}, {"leaving", "a", 0},
-        {"after", "", 0},     {"leaving", "", -1}, {"entering", "x", -1},
+        {"entering", "a", 0, VX_ENTERLEAVE}, {"inside", "c", 3, VX_INFO},       {"leaving", "b", 1, VX_ENTERLEAVE},
+        {"leaving", "a", 0, VX_ENTERLEAVE},  {"after", "", 0, VX_INFO},         {"leaving", "", -1, VX_ENTERLEAVE},
+        {"entering", "x", -1, VX_ENTERLEAVE},
     };
     EXPECT_EQ(expected, seen);
 }
@@ -130,9 +123,8 @@ TEST_F(CVexlorLogTest, TracingRecordsAndOthersCarryTheInnermostFunctionAndDepth)
 TEST_F(CVexlorLogTest, DumpsLinesByteExact)
 {
     vexlor_component* app = vexlor_create_component("app", VX_DEBUG, "");
-    const unsigned char hello[] = {0x48, 0x65, 0x6c, 0x6c, 0x6f, 0x2c, 0x20, 0x77, 0x6f, 0x72,
-                                   0x6c, 0x64, 0x21, 0x0a, 0x00, 0x01, 0x7e, 0x80, 0xff, 0x41};
-    vexlor_dump(app, VX_DEBUG, hello, sizeof hello);
+    const unsigned char hello[] = "Hello, world!\n\0\x01~\x80\xff" "A";
+    vexlor_dump(app, VX_DEBUG, hello, 20);
     const unsigned char edge[] = "\x1f !0~\x7f\x80\xff" "abcdefgh";
     vexlor_dump(app, VX_DEBUG, edge, 16);
     vexlor_dump(app, VX_DEBUG, edge, 0);
@@ -141,16 +133,10 @@ TEST_F(CVexlorLogTest, DumpsLinesByteExact)
     vexlor_dump(app, VX_DEBUG, nullptr, 0);
 
     const std::string edgeLine = "0x00000000 - 1f 20 21 30 7e 7f 80 ff 61 62 63 64 65 66 67 68 | . !0~\x7f..abcdefgh";
-    const Strings expected{"0x00000000 - 48 65 6c 6c 6f 2c 20 77 6f 72 6c 64 21 0a 00 01 | Hello, world!...",
-                           "0x00000010 - 7e 80 ff 41 " + std::string(36, ' ') + "| ~..A", edgeLine, "<NULL>"};
-    EXPECT_EQ(expected, messages());
-    for (const CRecordedCall& record : records()) {
-        EXPECT_EQ(VX_DEBUG, record.level);
-    }
-    // The line is replaced, not appended to; more than 16 bytes show only the first 16.
-    std::string line = "old content";
-    CVexlor::formatDumpLine(line, 0, edge, 17);
-    EXPECT_EQ(edgeLine, line);
+    EXPECT_EQ((Strings{"0x00000000 - 48 65 6c 6c 6f 2c 20 77 6f 72 6c 64 21 0a 00 01 | Hello, world!...",
+                       "0x00000010 - 7e 80 ff 41 " + std::string(36, ' ') + "| ~..A", edgeLine, "<NULL>"}),
+              messages());
+    EXPECT_EQ(VX_DEBUG, records().at(0).level);
 }
 
 }  // namespace

@@ -1,14 +1,10 @@
 // The legacy level file: the program's entry sets the syslog mask at the first vexlor_init (a
 // default entry is appended when there is none), the start-up message, and the SIGUSR1 re-read.
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <syslog.h>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include <vexlor/vexlor.h>
@@ -16,6 +12,7 @@
 #include "CCompiledPaths.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
+#include "runInChild.h"
 #include "testPaths.h"
 
 namespace {
@@ -35,38 +32,43 @@ protected:
     CSyslogCapture m_syslog;
 };
 
-// A negative level counts as no entry; only the first init of the process reads the file.
-TEST_F(LegacyLevelTest, MissingOrNegativeEntryGetsTheDefaultLine)
-{
-    const std::string before = program + " -4\nother 3\n";
-    writeLevels(before);
-    makePidFileReadable();
-    vexlor_init(nullptr, "main");
-    vexlor_init(nullptr, "again");
-    EXPECT_EQ(before + program + " 7\n", levels());
-    EXPECT_EQ(std::vector<int>{0xff}, m_syslog.setlogmaskCalls());
-    EXPECT_EQ(1, m_syslog.count(announced(7), 7));
-}
-
-TEST_F(LegacyLevelTest, MissingFileIsCreatedAndWithoutSyslogdNothingIsAnnounced)
-{
-    vexlor_init_novexlor("main");
-    EXPECT_EQ(program + " 7\n", levels());
-    EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
-}
-
-// The name counts anywhere in a line, and the first such line wins.
+// The first line that contains the program name anywhere sets the mask. A negative level, a name
+// with nothing after it and a missing file count as no entry: the default line is appended. Only
+// the first init of the process reads the file (either kind of init); the level is announced only
+// while the syslogd pid file is readable.
 TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
 {
-    const std::string before = "x" + program + "y 3\n" + program + " 5\n";
-    writeLevels(before);
-    makePidFileReadable();
-    vexlor_init(nullptr, "main");
-    EXPECT_EQ(0x0f, capturedLogMask());
-    EXPECT_EQ(1, m_syslog.count(announced(3), 3));
-    EXPECT_EQ(before, levels());
+    struct CRow {
+        bool present;  // the level file and the pid file
+        std::string before, appended;
+        int level;
+    };
+    const CRow rows[] = {{true, "x" + program + "y 3\n" + program + " 5\n", "", 3},
+                         {true, program + " -4\nother 3\n", program + " 7\n", 7},
+                         {true, program, program + " 7\n", 7},
+                         {false, "", program + " 7\n", 7}};
+    for (const CRow& row : rows) {
+        SCOPED_TRACE(row.before);
+        EXPECT_EQ(0, runInChild([&] {
+            removeTree(testpaths::legacyLevelFile());
+            removeTree(testpaths::syslogdPidFile());
+            if (row.present) {
+                writeLevels(row.before);
+                makePidFileReadable();
+            }
+            vexlor_init_novexlor("main");
+            vexlor_init(nullptr, "again");
+            const int announcements = m_syslog.count(announced(row.level), row.level);
+            // The child's status: 1 the file, 2 the mask, 4 the announcement went wrong.
+            return (levels() == row.before + row.appended ? 0 : 1) |
+                   (m_syslog.setlogmaskCalls() == std::vector<int>{(2 << row.level) - 1} ? 0 : 2) |
+                   (announcements == (row.present ? 1 : 0) && m_syslog.countContaining("[Log") == announcements ? 0 : 4);
+        }));
+    }
 }
 
+// Level 0 is not announced; from level 31 on every bit is set (and the level as priority carries
+// facility bits).
 TEST_F(LegacyLevelTest, SignalRereadsTheFile)
 {
     writeLevels(program + " 0\n");
@@ -74,7 +76,6 @@ TEST_F(LegacyLevelTest, SignalRereadsTheFile)
     vexlor_init(nullptr, "main");
     EXPECT_EQ(0x01, capturedLogMask());
     EXPECT_EQ(0, m_syslog.countContaining("[Log level for"));
-    // From level 31 on every bit is set (and the level as priority carries facility bits).
     for (const auto& [level, mask] : {std::pair{5, 0x3f}, std::pair{31, -1}}) {
         writeLevels(program + " " + std::to_string(level) + "\n");
         ASSERT_EQ(0, raise(SIGUSR1));
@@ -82,13 +83,6 @@ TEST_F(LegacyLevelTest, SignalRereadsTheFile)
         EXPECT_EQ(1, m_syslog.count(reread(level), LOG_PRI(level)));
         EXPECT_EQ(mask, capturedLogMask());
     }
-}
-
-TEST_F(LegacyLevelTest, EntryWithoutLevelIsSurvived)
-{
-    writeLevels(program);  // the name alone, not even a line feed after it
-    vexlor_init(nullptr, "main");
-    EXPECT_FALSE(m_syslog.setlogmaskCalls().empty());
 }
 
 TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
@@ -101,17 +95,9 @@ TEST_F(LegacyLevelTest, SignalToAForkedChildRereadsInTheChild)
     }
     vexlor_init(nullptr, "main");
     writeLevels(program + " 5\n");
-    const pid_t child = fork();
-    ASSERT_NE(-1, child);
-    if (child == 0) {
-        // No gtest assertion in the child, and _exit: its result is the exit status.
-        raise(SIGUSR1);
-        _exit(m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-
+    EXPECT_EQ(0, runInChild([this] {
+        return raise(SIGUSR1) == 0 && m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1;
+    }));
     // The parent's level stays until the parent itself is signalled.
     writeLevels(program + " 4\n");
     ASSERT_EQ(0, raise(SIGUSR1));

@@ -32,26 +32,6 @@ CCompiledPaths::~CCompiledPaths()
     }
 }
 
-std::string CCompiledPaths::defaultConfig() const
-{
-    return std::string(testpaths::configDir()) + "/vexlor.cfg";
-}
-
-std::string CCompiledPaths::appConfig(const std::string& app) const
-{
-    return std::string(testpaths::configDir()) + "/vexlor-" + app + ".cfg";
-}
-
-void CCompiledPaths::writeDefaultConfig(const std::string& content) const
-{
-    writeFile(defaultConfig(), content);
-}
-
-void CCompiledPaths::writeAppConfig(const std::string& app, const std::string& content) const
-{
-    writeFile(appConfig(app), content);
-}
-
 std::string targetLine(const std::string& path, const std::string& parameters)
 {
     return "target = " + path + (parameters.empty() ? "" : ", " + parameters) + "\n";

@@ -8,7 +8,8 @@
 #include <memory>
 #include <string>
 
-class CTempDir;
+#include "CTempDir.h"
+#include "testPaths.h"
 
 class CCompiledPaths {
 public:
@@ -17,10 +18,13 @@ public:
     CCompiledPaths(const CCompiledPaths&) = delete;
     CCompiledPaths& operator=(const CCompiledPaths&) = delete;
 
-    std::string defaultConfig() const;                    // <dir>/vexlor.cfg
-    std::string appConfig(const std::string& app) const;  // <dir>/vexlor-<app>.cfg
-    void writeDefaultConfig(const std::string& content) const;
-    void writeAppConfig(const std::string& app, const std::string& content) const;
+    std::string defaultConfig() const { return std::string(testpaths::configDir()) + "/vexlor.cfg"; }
+    std::string appConfig(const std::string& app) const
+    {
+        return std::string(testpaths::configDir()) + "/vexlor-" + app + ".cfg";
+    }
+    void writeDefaultConfig(const std::string& content) const { writeFile(defaultConfig(), content); }
+    void writeAppConfig(const std::string& app, const std::string& content) const { writeFile(appConfig(app), content); }
 
 private:
     std::unique_ptr<CTempDir> m_workingDirectory;  // null where the locations are shared

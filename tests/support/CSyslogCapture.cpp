@@ -1,17 +1,18 @@
 // syslog interposition for tests (see CSyslogCapture.h).
 #include "CSyslogCapture.h"
 
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <syslog.h>
+
+#include "waitUntil.h"
 
 namespace {
 
 struct CCaptured {
     std::mutex mutex;
-    std::condition_variable arrived;
     std::vector<CSyslogMessage> messages;
     std::vector<COpenlogCall> openlogCalls;
     std::vector<int> setlogmaskCalls;
@@ -26,16 +27,29 @@ CCaptured& captured()
     return *state;
 }
 
+// A copy of one member, taken under the lock.
+template <typename T>
+T snapshot(const T& member)
+{
+    std::lock_guard<std::mutex> guard(captured().mutex);
+    return member;
+}
+
+int countWhere(const std::function<bool(const CSyslogMessage&)>& matches)
+{
+    int n = 0;
+    for (const CSyslogMessage& message : snapshot(captured().messages)) {
+        n += matches(message) ? 1 : 0;
+    }
+    return n;
+}
+
 void record(int priority, const char* format, va_list args)
 {
     char buffer[4096];
     vsnprintf(buffer, sizeof buffer, format, args);
-    CCaptured& state = captured();
-    {
-        std::lock_guard<std::mutex> guard(state.mutex);
-        state.messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer, priority & LOG_FACMASK});
-    }
-    state.arrived.notify_all();
+    std::lock_guard<std::mutex> guard(captured().mutex);
+    captured().messages.push_back(CSyslogMessage{LOG_PRI(priority), buffer, priority & LOG_FACMASK});
 }
 
 }  // namespace
@@ -44,30 +58,26 @@ extern "C" {
 
 void openlog(const char* ident, int option, int facility)
 {
-    CCaptured& state = captured();
-    std::lock_guard<std::mutex> guard(state.mutex);
-    state.openlogCalls.push_back(COpenlogCall{ident != nullptr ? ident : "", option, facility});
-    state.identity = ident;
+    std::lock_guard<std::mutex> guard(captured().mutex);
+    captured().openlogCalls.push_back(COpenlogCall{ident != nullptr ? ident : "", option, facility});
+    captured().identity = ident;
 }
 
 void closelog() {}
 
 int setlogmask(int mask)
 {
-    CCaptured& state = captured();
-    std::lock_guard<std::mutex> guard(state.mutex);
-    const int previous = state.mask;
+    std::lock_guard<std::mutex> guard(captured().mutex);
+    const int previous = captured().mask;
     if (mask != 0) {
-        state.mask = mask;
-        state.setlogmaskCalls.push_back(mask);
+        captured().mask = mask;
+        captured().setlogmaskCalls.push_back(mask);
     }
     return previous;
 }
 
-void vsyslog(int priority, const char* format, va_list args)
-{
-    record(priority, format, args);
-}
+void vsyslog(int priority, const char* format, va_list args) { record(priority, format, args); }
+void __vsyslog_chk(int priority, int /*flag*/, const char* format, va_list args) { record(priority, format, args); }
 
 void syslog(int priority, const char* format, ...)
 {
@@ -75,11 +85,6 @@ void syslog(int priority, const char* format, ...)
     va_start(args, format);
     record(priority, format, args);
     va_end(args);
-}
-
-void __vsyslog_chk(int priority, int /*flag*/, const char* format, va_list args)
-{
-    record(priority, format, args);
 }
 
 void __syslog_chk(int priority, int /*flag*/, const char* format, ...)
@@ -92,68 +97,31 @@ void __syslog_chk(int priority, int /*flag*/, const char* format, ...)
 
 }  // extern "C"
 
-CSyslogCapture::CSyslogCapture()
-{
-    clear();
-}
+CSyslogCapture::CSyslogCapture() { clear(); }
+CSyslogCapture::~CSyslogCapture() { clear(); }
 
-CSyslogCapture::~CSyslogCapture()
-{
-    clear();
-}
-
-std::vector<CSyslogMessage> CSyslogCapture::messages() const
-{
-    std::lock_guard<std::mutex> guard(captured().mutex);
-    return captured().messages;
-}
-
-std::vector<COpenlogCall> CSyslogCapture::openlogCalls() const
-{
-    std::lock_guard<std::mutex> guard(captured().mutex);
-    return captured().openlogCalls;
-}
-
-std::vector<int> CSyslogCapture::setlogmaskCalls() const
-{
-    std::lock_guard<std::mutex> guard(captured().mutex);
-    return captured().setlogmaskCalls;
-}
+std::vector<CSyslogMessage> CSyslogCapture::messages() const { return snapshot(captured().messages); }
+std::vector<COpenlogCall> CSyslogCapture::openlogCalls() const { return snapshot(captured().openlogCalls); }
+std::vector<int> CSyslogCapture::setlogmaskCalls() const { return snapshot(captured().setlogmaskCalls); }
 
 int CSyslogCapture::count(const std::string& text, int priority) const
 {
-    int n = 0;
-    for (const CSyslogMessage& message : messages()) {
-        if (message.text == text && (priority < 0 || message.priority == priority)) {
-            ++n;
-        }
-    }
-    return n;
+    return countWhere([&](const CSyslogMessage& m) { return m.text == text && (priority < 0 || m.priority == priority); });
+}
+
+int CSyslogCapture::countStarting(const std::string& prefix, int priority) const
+{
+    return countWhere([&](const CSyslogMessage& m) { return m.text.rfind(prefix, 0) == 0 && m.priority == priority; });
 }
 
 int CSyslogCapture::countContaining(const std::string& fragment) const
 {
-    int n = 0;
-    for (const CSyslogMessage& message : messages()) {
-        if (message.text.find(fragment) != std::string::npos) {
-            ++n;
-        }
-    }
-    return n;
+    return countWhere([&](const CSyslogMessage& m) { return m.text.find(fragment) != std::string::npos; });
 }
 
 bool CSyslogCapture::waitFor(const std::string& text, std::chrono::seconds timeout) const
 {
-    CCaptured& state = captured();
-    std::unique_lock<std::mutex> lock(state.mutex);
-    return state.arrived.wait_for(lock, timeout, [&] {
-        for (const CSyslogMessage& message : state.messages) {
-            if (message.text == text) {
-                return true;
-            }
-        }
-        return false;
-    });
+    return waitUntil([&] { return contains(text); }, timeout);
 }
 
 void CSyslogCapture::clear()
@@ -164,15 +132,5 @@ void CSyslogCapture::clear()
     captured().setlogmaskCalls.clear();
 }
 
-const char* capturedIdentity()
-{
-    CCaptured& state = captured();
-    std::lock_guard<std::mutex> guard(state.mutex);
-    return state.identity;
-}
-
-int capturedLogMask()
-{
-    std::lock_guard<std::mutex> guard(captured().mutex);
-    return captured().mask;
-}
+const char* capturedIdentity() { return snapshot(captured().identity); }
+int capturedLogMask() { return snapshot(captured().mask); }

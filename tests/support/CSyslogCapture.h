@@ -34,6 +34,9 @@ public:
     // How many messages have exactly this text (at this priority, if given).
     int count(const std::string& text, int priority = -1) const;
     bool contains(const std::string& text, int priority = -1) const { return count(text, priority) > 0; }
+    // How many messages at this priority start with `prefix`: enough where a test needs to know
+    // only that a failure was reported, not its whole text.
+    int countStarting(const std::string& prefix, int priority) const;
     // How many messages contain `fragment` anywhere.
     int countContaining(const std::string& fragment) const;
     // Waits until a message with this text arrived (for messages of other threads).

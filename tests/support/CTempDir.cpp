@@ -17,10 +17,7 @@ CTempDir::CTempDir()
     m_path = pattern;
 }
 
-CTempDir::~CTempDir()
-{
-    removeTree(m_path);
-}
+CTempDir::~CTempDir() { removeTree(m_path); }
 
 std::string CTempDir::write(const std::string& name, const std::string& content) const
 {

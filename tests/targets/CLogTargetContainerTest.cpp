@@ -1,6 +1,6 @@
-// A container on a temporary directory: the fan-out in name order, the grammar of a target line
-// as the plug-in sees it, reuse, refusal and unloading of targets, every failed creation, and the
-// syslog-target flag.
+// A container on a temporary directory: the fan-out in name order, the parameters of a target
+// line as the plug-in sees them, reuse, refusal and unloading of targets, every failed creation,
+// and the syslog-target flag.
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -45,10 +45,7 @@ TEST_F(CLogTargetContainerTest, ReachesEveryTargetInByteWiseNameOrder)
 {
     // Line order differs from name order on purpose ("B" < "a" < "b" byte-wise).
     read(targetLine(m_twin, "name=b") + targetLine(m_rec, "name=a") + targetLine(testpaths::hookless(), "name=B"));
-    // Made before any application name was set.
-    EXPECT_EQ("", CRecorder::instance().calls("created").at(0).params.at("application-name"));
     CRecorder::instance().clear();
-
     vexlor_component net{"net", 0x1f, {}};
     m_container->onComponentAdded(&net);
     EXPECT_EQ(&net, CRecorder::instance().calls("component").at(0).component);
@@ -76,38 +73,29 @@ TEST_F(CLogTargetContainerTest, ReachesEveryTargetInByteWiseNameOrder)
     ASSERT_EQ(3u * 2 * RECORDS, records.size());
     for (std::size_t i = 0; i < records.size(); i += 3) {
         ASSERT_EQ("Bab", records[i].target + records[i + 1].target + records[i + 2].target) << i;
-        ASSERT_EQ(records[i].message, records[i + 1].message) << i;
-        ASSERT_EQ(records[i].message, records[i + 2].message) << i;
-        ASSERT_EQ(records[i].message.substr(0, 1), records[i].threadName) << i;
+        ASSERT_EQ(records[i].message + records[i].message, records[i + 1].message + records[i + 2].message) << i;
     }
 }
 
+// Items at ",", pieces at "=": an item of exactly two pieces is a parameter, trimmed, and the
+// first of a key wins. The first item is the path even when it holds "=".
 TEST_F(CLogTargetContainerTest, HandsTheParametersOfTheTargetLineToTheFactory)
 {
-    // The first item is the path even when it holds "=": this one is the recorder under a name
-    // that looks like a parameter, and the real path after it is an ignored one-piece item.
-    const std::string oddPath = m_dir.file("key1=value1");
+    const std::string oddPath = m_dir.file("key1=value1");  // the recorder under an odd name
     ASSERT_EQ(0, symlink(m_rec.c_str(), oddPath.c_str()));
-    // Each line also gets "application-name" = "app" unless it sets that key itself.
+    // Each line also gets "application-name" = the container's name (see CVexlorTargetsTest) unless
+    // it sets that key.
     const std::vector<std::pair<std::string, std::map<std::string, std::string>>> rows = {
-        {m_rec, {}},
-        {m_rec + ", key1=value1, key2 = value two", {{"key1", "value1"}, {"key2", "value two"}}},
-        {m_rec + ",,key1=value1,", {{"key1", "value1"}}},
-        {m_rec + ", key1=a, key1=b", {{"key1", "a"}}},
-        {m_rec + ", key1=a=b, key2, key3==third,=key4=fourth", {{"key3", "third"}, {"key4", "fourth"}}},
-        {m_rec + ", key1= , key2=x", {{"key1", ""}, {"key2", "x"}}},
-        // White space is part of the pieces: around a single "=" it makes an empty key and value.
-        {m_rec + ", = ,\tkey1\t=\tv\t1\t", {{"key1", "v\t1"}, {"", ""}}},
+        {m_rec, {{"application-name", ""}}},
+        {m_rec + ", key1 = value one , key1=b, key2=a=b, key3", {{"key1", "value one"}, {"application-name", ""}}},
         {m_rec + ", application-name=other", {{"application-name", "other"}}},
-        {oddPath + ", " + m_rec, {}},
+        {oddPath + ", " + m_rec, {{"application-name", ""}}},
     };
-    m_container->setAppname("app");
-    for (auto [line, expected] : rows) {
+    for (const auto& [line, expected] : rows) {
         SCOPED_TRACE(line);
         read("");
         CRecorder::instance().clear();
         read("target = " + line + "\n");
-        expected.emplace("application-name", "app");
         EXPECT_EQ(expected, CRecorder::instance().calls("created").at(0).params);
     }
     EXPECT_TRUE(m_syslog.contains("will load target  from lib " + oddPath, LOG_DEBUG));
@@ -127,7 +115,6 @@ TEST_F(CLogTargetContainerTest, KeepsLoadedTargetsAcrossReadsAndUnloadsThoseNoLo
         read(again);
         EXPECT_EQ((Lines{"syslog?:a", "syslog?:b"}), takeEvents());
     }
-
     read(b);
     EXPECT_EQ((Lines{"destroyed:a", "done", "syslog?:b"}), takeEvents());
     EXPECT_FALSE(isOpen(m_rec));
@@ -154,23 +141,20 @@ TEST_F(CLogTargetContainerTest, ResolvesNameConflictsInFavourOfTheFirstRegistere
         read(targetLine(m_rec, "name=a") + targetLine(m_twin, "name=a"));
         EXPECT_EQ(events, takeEvents());
         EXPECT_EQ(Lines{warning}, takeLines(m_syslog, LOG_INFO));
-        EXPECT_TRUE(isOpen(m_rec));
         EXPECT_FALSE(isOpen(m_twin));
     }
-
-    // The name moves to the other library in one edit: refused, then the old one is unloaded.
+    // The name moves to the other library in one edit: refused, then the old one is unloaded;
+    // the next read loads it from its new library.
     read(targetLine(m_twin, "name=a"));
     EXPECT_EQ((Lines{"init", "created:a", "destroyed:a", "done", "destroyed:a", "done"}), takeEvents());
     EXPECT_EQ((Lines{warning, "6 logtarget-container: unloading log-target a (and its library " + quoted(m_rec) + ")"}),
               takeLines(m_syslog, LOG_INFO));
-    EXPECT_FALSE(isOpen(m_rec));
-
-    // The next read loads it from its new library.
     read(targetLine(m_twin, "name=a"));
     EXPECT_EQ((Lines{"init", "created:a", "syslog?:a"}), takeEvents());
-    EXPECT_TRUE(isOpen(m_twin));
 }
 
+// Every library that opened runs both hooks and is closed again; an object that is not a target
+// goes back to its factory.
 TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
 {
     const std::string missing = "/nonexistent/libvexlor-missing-target.so";
@@ -178,17 +162,14 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
     const std::string nullFactory = testpaths::nullFactory();
     read(targetLine(missing) + targetLine(noFactory) + targetLine(nullFactory) +
          targetLine(m_rec, "name=n, create=null") + targetLine(m_twin, "name=o, create=object"));
-
-    // Every library that opened ran both hooks; the object that is not a target went back, and
-    // nothing was registered (no target was asked isSyslogTarget).
     EXPECT_EQ((Lines{"init", "done", "init", "done", "init", "created:n", "done", "init", "created:o", "destroyed",
                      "done"}),
               takeEvents());
     const Lines lines = takeLines(m_syslog, LOG_INFO);
     ASSERT_EQ(7u, lines.size());
-    EXPECT_EQ(0u, lines[0].find("3 Unable to open shared library " + quoted(missing) + " - error="));
     int err = -1;  // whatever the failed load left in errno, shown with its own text
     std::sscanf(lines[1].c_str(), "%*[^=]=%d", &err);
+    EXPECT_EQ(0u, lines[0].find("3 Unable to open shared library " + quoted(missing) + " - error="));
     EXPECT_EQ((Lines{"3 logtarget-container: Unable to load the logtarget-library " + quoted(missing) +
                          " - errno=" + std::to_string(err) + "(" + std::strerror(err) + ")",
                      "3 Symbol \"getClassFactory\" not found in shared library " + quoted(noFactory),
@@ -209,9 +190,7 @@ TEST_F(CLogTargetContainerTest, EmptyLibraryPathFailsToLoadLikeAMissingLibrary)
 {
     read(targetLine(m_rec, "name=a") + "target = ,\n");
     EXPECT_EQ((Lines{"init", "created:a", "syslog?:a"}), takeEvents());
-    EXPECT_EQ((Lines{"3 Unable to open shared library \"\" - error=No such file or directory",
-                     "3 logtarget-container: Unable to load the logtarget-library \"\" - errno=2(No such file or directory)"}),
-              takeLines(m_syslog, LOG_ERR));
+    EXPECT_EQ(1, m_syslog.countStarting("Unable to open shared library \"\"", LOG_ERR));
     read("target = ,\n");
     EXPECT_EQ((Lines{"destroyed:a", "done"}), takeEvents());
     m_container->log(1, 0, 0, 0, VX_INFO, "t", "c", "", "nowhere");  // nothing left to call
@@ -233,6 +212,8 @@ TEST_F(CLogTargetContainerTest, ClosesTheLibraryWhenItsFactoryIsGoneAtUnload)
     CRecorder::instance().setFactoryAvailable(false);
     read(targetLine(m_twin, "name=b"));
     EXPECT_EQ((Lines{"done", "syslog?:b"}), takeEvents());
+    EXPECT_EQ(1, m_syslog.count("logtarget-container: no classfactory in lib " + quoted(m_rec) +
+                                    " - log-target not destroyed", LOG_WARNING));
     EXPECT_FALSE(isOpen(m_rec));
 
     CRecorder::instance().setFactoryAvailable(false);
@@ -241,25 +222,23 @@ TEST_F(CLogTargetContainerTest, ClosesTheLibraryWhenItsFactoryIsGoneAtUnload)
     EXPECT_FALSE(isOpen(m_twin));
 }
 
+// Every kept target is asked, also after one has answered 1; a failed read clears the flag
+// although the targets stay loaded until the next good read.
 TEST_F(CLogTargetContainerTest, HasSyslogTargetOnlyWhileAKeptTargetReportsExactlyOne)
 {
-    EXPECT_FALSE(m_container->hasSyslogTarget());
     const std::string others = targetLine(m_rec, "name=a, syslog=2") + targetLine(m_twin, "name=b, syslog=-1");
     read(others);
     EXPECT_FALSE(m_container->hasSyslogTarget());
-    // The first in name order answers 1; the others are asked all the same.
     CRecorder::instance().clear();
     read(others + targetLine(testpaths::hookless(), "name=A, syslog=1"));
     EXPECT_TRUE(m_container->hasSyslogTarget());
     EXPECT_EQ((Lines{"created:A", "syslog?:A", "syslog?:a", "syslog?:b"}), takeEvents());
 
-    // A failed read clears the flag although the target stays loaded until the next good read.
     unlink(m_dir.file("vexlor.cfg").c_str());
     m_container->onCfgUpdate();
     EXPECT_FALSE(m_container->hasSyslogTarget());
     EXPECT_TRUE(takeEvents().empty());
     read(others);
-    EXPECT_FALSE(m_container->hasSyslogTarget());
     EXPECT_EQ((Lines{"destroyed:A", "syslog?:a", "syslog?:b"}), takeEvents());
 }
 

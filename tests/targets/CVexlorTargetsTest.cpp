@@ -1,38 +1,28 @@
-// Targets behind the main instance: a target that logs from inside its own log, and the lock
-// order between component creation and configuration re-reads under concurrent load.
+// Targets behind the main instance: a target that logs or renames the application from inside its
+// own log, and the lock order between component creation and configuration re-reads under load.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <map>
-#include <string>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
-#include "CCompiledPaths.h"
-#include "CRecorder.h"
-#include "CSyslogCapture.h"
-#include "testPaths.h"
+#include "CMainInstanceTest.h"
 #include "waitUntil.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
+using CVexlorTargetsTest = CMainInstanceTest;
 
-struct CVexlorTargetsTest : ::testing::Test {
-    CVexlorTargetsTest() { CRecorder::instance().clear(); }
-    CCompiledPaths m_paths;
-    CSyslogCapture m_syslog;
-};
-
+// The nested target creates its component while it is created, that is while the main instance
+// is still being built by the first call below.
 TEST_F(CVexlorTargetsTest, TargetLoggingFromItsOwnLogGetsTheNestedRecordBeforeItsCallReturns)
 {
     m_paths.writeDefaultConfig(targetLine(testpaths::recorderTwin(), "name=b") +
                                targetLine(testpaths::recorder(), "name=a, nested=1"));
-    vexlor_component* net = vexlor_create_component("net", VX_INFO, "");
-    vexlor(net, VX_INFO, "outer");
+    vexlor(vexlor_create_component("net", VX_INFO, ""), VX_INFO, "outer");
     Lines order;
     for (const CRecordedCall& call : CRecorder::instance().calls("log")) {
         order.push_back(call.target + ":" + call.componentName + ":" + call.message);

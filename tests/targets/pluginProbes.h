@@ -16,10 +16,7 @@ inline bool isOpen(const std::string& path)
     return handle != nullptr && dlclose(handle) == 0;
 }
 
-inline std::string quoted(const std::string& text)
-{
-    return "\"" + text + "\"";
-}
+inline std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
 // The captured messages up to `maxPriority` as "<priority> <text>"; the capture is cleared.
 inline std::vector<std::string> takeLines(CSyslogCapture& syslog, int maxPriority = LOG_DEBUG)
