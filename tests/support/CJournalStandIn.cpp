@@ -1,39 +1,19 @@
 // The journald stand-in: private /run, the socket, and the native protocol parser.
 #include "CJournalStandIn.h"
+#include "CPrivateMounts.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <poll.h>
-#include <sched.h>
 #include <stdexcept>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
-namespace {
-
 const char SOCKET_PATH[] = "/run/systemd/journal/socket";
-
-// A large entry comes as a file descriptor (a sealed memfd) in an empty datagram.
-std::string readDescriptor(int fd)
-{
-    std::string content;
-    char buffer[4096];
-    ssize_t got;
-    off_t offset = 0;
-    while ((got = pread(fd, buffer, sizeof buffer, offset)) > 0) {
-        content.append(buffer, static_cast<std::size_t>(got));
-        offset += got;
-    }
-    close(fd);
-    return content;
-}
-
-}  // namespace
 
 CJournalEntry parseJournalEntry(const std::string& datagram)
 {
@@ -61,26 +41,18 @@ CJournalEntry parseJournalEntry(const std::string& datagram)
 
 bool CJournalStandIn::runWithPrivateRun(const std::function<void()>& body, std::string& why)
 {
-    bool ready = false;
     std::thread worker([&] {
-        // The namespace is this thread's alone (unshare copies the thread's file system context).
-        if (unshare(CLONE_NEWNS) != 0) {
-            why = std::string("unshare(CLONE_NEWNS): ") + std::strerror(errno);
-            return;
+        CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
+        why = mounts.why();
+        if (mounts.ok()) {
+            mounts.tmpfs("/run", "1m");
+            mkdir("/run/systemd", 0755);
+            mkdir("/run/systemd/journal", 0755);
+            body();
         }
-        // Private first: a mount under a shared / would reach the machine's namespace.
-        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0) {
-            why = std::string("mount: ") + std::strerror(errno);
-            return;
-        }
-        mkdir("/run/systemd", 0755);
-        mkdir("/run/systemd/journal", 0755);
-        ready = true;
-        body();
     });
     worker.join();
-    return ready;
+    return why.empty();
 }
 
 CJournalStandIn::CJournalStandIn() { open(); }
@@ -116,25 +88,11 @@ std::vector<CJournalEntry> CJournalStandIn::receive(std::size_t count)
             break;
         }
         char buffer[65536];
-        iovec part{buffer, sizeof buffer};
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t got = recvmsg(m_fd, &message, MSG_CMSG_CLOEXEC);
+        const ssize_t got = recv(m_fd, buffer, sizeof buffer, 0);
         if (got < 0) {
             break;
         }
-        const cmsghdr* header = CMSG_FIRSTHDR(&message);
-        if (header != nullptr && header->cmsg_type == SCM_RIGHTS) {
-            int fd;
-            std::memcpy(&fd, CMSG_DATA(header), sizeof fd);
-            entries.push_back(parseJournalEntry(readDescriptor(fd)));
-        } else {
-            entries.push_back(parseJournalEntry(std::string(buffer, static_cast<std::size_t>(got))));
-        }
+        entries.push_back(parseJournalEntry(std::string(buffer, static_cast<std::size_t>(got))));
     }
     return entries;
 }

@@ -26,7 +26,8 @@ public:
     CJournalStandIn(const CJournalStandIn&) = delete;
     CJournalStandIn& operator=(const CJournalStandIn&) = delete;
 
-    // Waits for `count` entries (a hang guard ends the wait early) and returns those that came.
+    // Waits for `count` entries, each in a datagram of its own (the tests' records are small),
+    // and returns those that came (a hang guard ends the wait early).
     std::vector<CJournalEntry> receive(std::size_t count);
     // Closes the socket but leaves its file, as a stopped journald does; open() binds it again.
     void shutDown();
