@@ -1,10 +1,8 @@
 // The file target's own size rotation, and the real logrotate moving, compressing or truncating
 // the file while threads log: every record logged is found exactly once.
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <syslog.h>
-#include <thread>
 #include <unistd.h>
 
 #include "CFileTargetFixture.h"
@@ -65,11 +63,6 @@ struct CLogrotateCase {
     // moved file before the target has left it.
     bool quietWhileItRotates;
 };
-
-void PrintTo(const CLogrotateCase& c, std::ostream* out)
-{
-    *out << c.name;
-}
 
 class CLogrotateTest : public CFileTargetFixture, public ::testing::WithParamInterface<CLogrotateCase> {};
 

@@ -1,12 +1,11 @@
 // The remote target's pieces without a network: the message format (header fields and their
-// limits, structured data and its escaping, UTF-8 rules, the datagram limit), both TCP framings
-// and the record queue.
+// limits, structured data and its escaping, UTF-8 rules, the datagram limit) and the record
+// queue. The framings are proven against rsyslogd.
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
 
 #include "CRecordQueue.h"
-#include "CTcpTransport.h"
 #include "Rfc5424.h"
 
 namespace {
@@ -34,16 +33,12 @@ std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
     return out;
 }
 
-TEST(CRfc5424FormatterTest, FormatsHeaderStructuredDataAndMessage)
+// The usual fields are proven against rsyslogd; here what it would not show.
+TEST(CRfc5424FormatterTest, LeavesOutAnEmptyMessageAndAddsTheBomAndSdIdAskedFor)
 {
     CRfc5424Options options;
     options.facility = 19;  // local3
     options.hostname = "dev-01";
-    EXPECT_EQ("<155>1 2100-01-01T00:00:00.000007Z dev-01 player 4711 net [vexlor@32473 component=\"net\" "
-              "thread=\"main\" function=\"poll\" depth=\"2\"] link down",
-              format(options, record("link down")));
-
-    // No function: no function parameter; no text: no MSG part at all; a BOM when asked for.
     options.sdId = "ours@99999";
     EXPECT_EQ("<155>1 2100-01-01T00:00:00.000007Z dev-01 player 4711 net [ours@99999 component=\"net\" "
               "thread=\"main\" depth=\"2\"]",
@@ -130,16 +125,6 @@ TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
     r.thread = std::string(600, 't');
     options.bom = false;
     EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z h player 4711 net - text", format(options, r));
-}
-
-TEST(CRfc5424FormatterTest, FramesByOctetCountOrLineFeed)
-{
-    std::string out;
-    appendFrame(CFraming::OCTET_COUNTING, "caf\xC3\xA9\nx", out);
-    EXPECT_EQ("7 caf\xC3\xA9\nx", out);  // bytes, not characters; line feeds kept
-    out.clear();
-    appendFrame(CFraming::LINE_FEED, "a\nb\n", out);
-    EXPECT_EQ("a#012b#012\n", out);
 }
 
 TEST(CRecordQueueTest, DropsTheNewestWhenFullAndKeepsOrderAcrossWrapAround)

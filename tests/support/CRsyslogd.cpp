@@ -72,16 +72,13 @@ CTestCertificates::CTestCertificates(const std::string& directory)
 {
     const std::string d = directory + "/";
     // Elliptic-curve keys: made in milliseconds, where RSA keys take noticeable time.
-    const std::string newKey = "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
-    writeFile(d + "server.ext", "subjectAltName=DNS:localhost,IP:127.0.0.1\n");
-    run(newKey + "-x509 -days 2 -subj /CN=vexlor-test-ca -keyout " + d + "ca.key -out " + ca);
-    run(newKey + "-x509 -days 2 -subj /CN=vexlor-other-ca -keyout " + d + "other-ca.key -out " + otherCa);
-    run(newKey + "-subj /CN=localhost -keyout " + serverKey + " -out " + d + "server.csr");
-    run("openssl x509 -req -days 2 -in " + d + "server.csr -CA " + ca + " -CAkey " + d + "ca.key -CAcreateserial -extfile " +
-        d + "server.ext -out " + serverCert);
-    run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + d + "client.csr");
-    run("openssl x509 -req -days 2 -in " + d + "client.csr -CA " + ca + " -CAkey " + d + "ca.key -CAcreateserial -out " +
-        clientCert);
+    const std::string newKey = "openssl req -x509 -days 2 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
+    const std::string signedByCa = " -CA " + ca + " -CAkey " + d + "ca.key";
+    run(newKey + "-subj /CN=vexlor-test-ca -keyout " + d + "ca.key -out " + ca);
+    run(newKey + "-subj /CN=vexlor-other-ca -keyout " + d + "other-ca.key -out " + otherCa);
+    run(newKey + "-subj /CN=localhost -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -keyout " + serverKey +
+        " -out " + serverCert + signedByCa);
+    run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + clientCert + signedByCa);
 }
 
 CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address,
