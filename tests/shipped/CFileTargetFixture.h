@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <numeric>
+#include <sstream>
 #include <vector>
 
 #include "CTargetFixture.h"
@@ -50,12 +51,9 @@ inline std::vector<std::string> linesOf(const std::string& path)
     }
     EXPECT_TRUE(in != nullptr && pclose(in) == 0) << path;
     std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
-        lines.push_back(content.substr(start, end - start));
-    }
-    if (start < content.size()) {
-        lines.push_back(content.substr(start) + "<unended>");
+    std::istringstream stream(content.empty() || content.back() == '\n' ? content : content + "<unended>\n");
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
     }
     return lines;
 }

@@ -87,7 +87,9 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
                                  " - certificate not accepted - self-signed certificate in certificate chain" + retried));
     EXPECT_TRUE(m_syslog.waitFor("remote target not-its-address: cannot deliver to tls [::1]:" + port +
                                  " - certificate not accepted - IP address mismatch" + retried));
+    const Clock::time_point start = Clock::now();
     read("");
+    EXPECT_LT(elapsedMs(start), 200 + 3000);  // generous for a loaded machine; a hang takes forever
     for (const std::string where : {"other-ca: 1 records dropped at the end: tls 127.0.0.1:",
                                     "not-its-address: 1 records dropped at the end: tls [::1]:"}) {
         EXPECT_EQ(1, m_syslog.count("remote target " + where + port + " did not take them within drain-ms=200", LOG_ERR));
@@ -163,25 +165,14 @@ TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDrop
     EXPECT_EQ(1, m_syslog.countContaining("records dropped"));
 }
 
-TEST_F(CRemoteTargetTest, UnloadAndExitEndWithinTheDrainTimeWhileTheReceiverIsDead)
+// At process exit the container goes with the other static objects; a dead receiver holds the
+// exit up for drain-ms at most. (Unload with an unwilling receiver: the TLS test.)
+TEST_F(CRemoteTargetTest, ExitEndsWithinTheDrainTimeWhileTheReceiverIsDead)
 {
     const int port = freePort("127.0.0.1", SOCK_STREAM);  // nothing listens there
-    const std::string line = "target = " + remotePath() + ", host=127.0.0.1, port=" + std::to_string(port) +
-                             ", drain-ms=300, retry-ms=50\n";
-    read(line);
-    for (int i = 0; i < 5; ++i) {
-        log(VX_INFO, "never delivered");
-    }
-    Clock::time_point start = Clock::now();
-    read("");
-    EXPECT_LT(elapsedMs(start), 300 + 3000);  // generous for a loaded machine; a hang takes forever
-    EXPECT_EQ(1, m_syslog.count("remote target remote: 5 records dropped at the end: tcp 127.0.0.1:" +
-                                    std::to_string(port) + " did not take them within drain-ms=300",
-                                LOG_ERR));
-
-    // At process exit the container goes with the other static objects.
-    m_dir.write("vexlor.cfg", line);
-    start = Clock::now();
+    m_dir.write("vexlor.cfg", "target = " + remotePath() + ", host=127.0.0.1, port=" + std::to_string(port) +
+                                  ", drain-ms=300, retry-ms=50\n");
+    const Clock::time_point start = Clock::now();
     const pid_t child = fork();
     if (child == 0) {
         static CLogTargetContainer exiting(m_dir.path(), false, nullptr);
