@@ -7,11 +7,13 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
 #include "targets/CLogTargetContainer.h"
+#include "waitUntil.h"
 
 // 2099-01-01T00:00:00Z: past 2038 for 32-bit systems, and rsyslogd 8.2302 takes no later year.
 constexpr long long SECONDS = 4070908800LL;
@@ -66,4 +68,23 @@ inline void expectSleepsWhileIdle(const std::string& name)
     ASSERT_GE(before, 0) << "no thread " << name;
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     EXPECT_EQ(before, sleepsOf(name)) << name;
+}
+
+// A fork child's first record starts a thread, which qemu-user 7.2 and ThreadSanitizer do not
+// allow after a multithreaded fork: there the children of the fork tests only unload.
+inline bool childMayStartThreads()
+{
+#ifdef __SANITIZE_THREAD__
+    return false;
+#else
+    return std::getenv("VEXLOR_TEST_EMULATOR") == nullptr;
+#endif
+}
+
+// Waits for the child `pid` (the limit is a hang guard only) and expects a clean exit.
+inline void expectCleanExit(pid_t pid)
+{
+    int status = -1;
+    ASSERT_TRUE(waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }

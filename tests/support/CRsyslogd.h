@@ -42,6 +42,7 @@ public:
     // Starts it and waits until it listens; stop() ends it (SIGTERM) and waits for its exit.
     void start();
     void stop();
+    bool listening() const;
 
     // Every message received so far (the file is kept across restarts).
     std::vector<CReceived> received() const;
@@ -49,8 +50,6 @@ public:
     bool waitForMessages(std::size_t count) const;
 
 private:
-    bool listening() const;
-
     std::string m_directory;
     CInput m_input;
     std::string m_address;
