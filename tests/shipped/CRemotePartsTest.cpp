@@ -10,20 +10,10 @@
 
 namespace {
 
+// An error at 2100-01-01 00:00:00.000007 UTC: past 2038.
 CQueuedRecord record(const std::string& message, const std::string& function = "poll")
 {
-    CQueuedRecord r;
-    r.pid = 4711;
-    r.depth = 2;
-    r.seconds = 4102444800LL;  // 2100-01-01 00:00:00 UTC: past 2038
-    r.microseconds = 7;
-    r.severity = 3;
-    r.appname = "player";
-    r.thread = "main";
-    r.component = "net";
-    r.function = function;
-    r.message = message;
-    return r;
+    return CQueuedRecord{4711, 2, 4102444800LL, 7, 3, "player", "main", "net", function, message};
 }
 
 std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
@@ -34,50 +24,32 @@ std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
 }
 
 // The usual fields are proven against rsyslogd; here what it would not show.
-TEST(CRfc5424FormatterTest, LeavesOutAnEmptyMessageAndAddsTheBomAndSdIdAskedFor)
+TEST(CRfc5424FormatterTest, CleansAndCutsHeaderFieldsAndEscapesStructuredData)
 {
-    CRfc5424Options options;
-    options.facility = 19;  // local3
-    options.hostname = "dev-01";
-    options.sdId = "ours@99999";
-    EXPECT_EQ("<155>1 2100-01-01T00:00:00.000007Z dev-01 player 4711 net [ours@99999 component=\"net\" "
-              "thread=\"main\" depth=\"2\"]",
-              format(options, record("", "")));
-    options.bom = true;
-    const std::string withBom = format(options, record("text"));
-    EXPECT_EQ("depth=\"2\"] \xEF\xBB\xBF" "text", withBom.substr(withBom.find("depth=")));
-}
-
-TEST(CRfc5424FormatterTest, CleansHeaderFieldsAndEscapesStructuredData)
-{
-    struct {
-        std::string text;
-        std::size_t max;
-        std::string field;
-    } const cases[] = {
-        {"dev 01\xC3\xA9\t", 255, "dev01"},   // blanks, control and non-ASCII bytes dropped
-        {"", 48, "-"},                        // NILVALUE
-        {" \x01\xFF", 48, "-"},               // nothing printable left
-        {std::string(300, 'h'), 255, std::string(255, 'h')},
-        {"abcdefghijklmnopqrstuvwxyz0123456789", 32, "abcdefghijklmnopqrstuvwxyz012345"},
+    const std::pair<std::string, std::string> fields[] = {
+        {"dev 01\xC3\xA9\t", "dev01"},  // blanks, control and non-ASCII bytes dropped
+        {"", "-"},                       // NILVALUE
+        {" \x01\xFF", "-"},              // nothing printable left
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.field, headerField(c.text, c.max)) << c.text;
+    for (const auto& [text, field] : fields) {
+        EXPECT_EQ(field, headerField(text, 48)) << text;
     }
-
     std::string sd;
     appendSdValue(sd, "a\"b\\c]d=e \xC3\xA9 \xFF");
     EXPECT_EQ("a\\\"b\\\\c\\]d=e \xC3\xA9 \xEF\xBF\xBD", sd);
 
-    const std::string name48 = std::string(50, 'a');
-    CQueuedRecord r = record("x");
-    r.appname = name48;
+    // HOSTNAME at most 255 bytes, APP-NAME 48, MSGID 32; no function: no such parameter; no text: no MSG.
+    CQueuedRecord r = record("", "");
+    r.appname = std::string(50, 'a');
     r.component = "a component name that is longer than thirty-two";
-    r.pid = 12;
-    EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z - " + std::string(48, 'a') +
-                  " 12 acomponentnamethatislongerthanth [vexlor@32473 component=\"a component name that is longer "
-                  "than thirty-two\" thread=\"main\" function=\"poll\" depth=\"2\"] x",
-              format(CRfc5424Options{1, "", "vexlor@32473", true, false, 0}, r));
+    EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z " + std::string(255, 'h') + " " + std::string(48, 'a') +
+                  " 4711 acomponentnamethatislongerthanth [ours@99999 component=\"a component name that is longer "
+                  "than thirty-two\" thread=\"main\" depth=\"2\"]",
+              format(CRfc5424Options{1, std::string(300, 'h'), "ours@99999", true, false, 0}, r));
+    CRfc5424Options options;
+    options.bom = true;
+    const std::string withBom = format(options, record("text"));
+    EXPECT_EQ("depth=\"2\"] \xEF\xBB\xBF" "text", withBom.substr(withBom.find("depth=")));
 
     EXPECT_TRUE(isValidSdId("vexlor@32473"));
     for (const char* bad : {"", "vexlor", "a b@1", "a=b@1", "a]@1", "a\"@1", "abcdefghijklmnopqrstuvwxyz@1234567"}) {

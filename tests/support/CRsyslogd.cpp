@@ -98,20 +98,18 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     config << "template(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
     config << "ruleset(name=\"remote\") { action(type=\"omfile\" file=\"" << directory
            << "/received.txt\" template=\"fields\") }\n";
-    if (input == CInput::UDP) {
-        config << "module(load=\"imudp\")\ninput(type=\"imudp\"";
-    } else if (input == CInput::TCP) {
-        config << "module(load=\"imtcp\")\ninput(type=\"imtcp\"";
-    } else {
-        config << "module(load=\"imtcp\" streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\""
-               << (requireClientCert ? "x509/certvalid" : "anon") << "\")\ninput(type=\"imtcp\"";
+    const char* module = input == CInput::UDP ? "imudp" : "imtcp";
+    config << "module(load=\"" << module << "\"";
+    if (input == CInput::TLS) {
+        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\""
+               << (requireClientCert ? "x509/certvalid" : "anon") << "\"";
     }
-    config << " address=\"" << address << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
-    // The same port on the other loopback address too, so that host names (localhost) reach it
-    // whichever address the resolver gives first.
-    const std::string other = address.find(':') != std::string::npos ? "127.0.0.1" : "::1";
-    config << "input(type=\"" << (input == CInput::UDP ? "imudp" : "imtcp") << "\" address=\"" << other
-           << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+    config << ")\n";
+    // The same port on both loopback addresses, so that host names (localhost) reach it whichever
+    // address the resolver gives first.
+    for (const char* on : {"127.0.0.1", "::1"}) {
+        config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+    }
     writeFile(directory + "/rsyslog.conf", config.str());
     start();
 }
