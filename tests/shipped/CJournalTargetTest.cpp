@@ -1,21 +1,110 @@
 // The journal target writing to a journald stand-in that parses the native protocol: refusal
 // without a journal, every field, and counted losses.
+#include <cstring>
+#include <map>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include "CJournalStandIn.h"
+#include "CPrivateMounts.h"
 #include "CTargetFixture.h"
 
 namespace {
+
+using CJournalEntry = std::map<std::string, std::string>;
+
+// Parses one datagram of the native protocol: "NAME=value\n" fields, and the binary-safe form
+// "NAME\n", a 64-bit little-endian length, the value and "\n".
+CJournalEntry parseEntry(const std::string& datagram)
+{
+    CJournalEntry entry;
+    for (std::size_t at = 0, end; at < datagram.size();) {
+        end = datagram.find('\n', at);
+        const std::string line = datagram.substr(at, end - at);
+        const std::size_t equals = line.find('=');
+        if (equals != std::string::npos) {
+            entry[line.substr(0, equals)] = line.substr(equals + 1);
+            at = end == std::string::npos ? datagram.size() : end + 1;
+            continue;
+        }
+        std::uint64_t length = 0;
+        for (int i = 0; i < 8; ++i) {
+            length |= std::uint64_t{static_cast<unsigned char>(datagram.at(end + 1 + i))} << (8 * i);
+        }
+        entry[line] = datagram.substr(end + 9, length);
+        at = end + 9 + length + 1;
+    }
+    return entry;
+}
+
+// Stands in for journald: a datagram socket at the journal's path. Only inside withPrivateRun.
+class CJournalStandIn {
+public:
+    static constexpr const char* PATH = "/run/systemd/journal/socket";
+
+    CJournalStandIn() { open(); }
+    ~CJournalStandIn() { shutDown(); }
+
+    void open()
+    {
+        unlink(PATH);
+        m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, PATH, sizeof address.sun_path - 1);
+        ASSERT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
+    }
+    // Closes the socket but leaves its file, as a stopped journald does.
+    void shutDown()
+    {
+        close(m_fd);
+        m_fd = -1;
+    }
+    // Waits for `count` entries, each in a datagram of its own (the records here are small); a
+    // hang guard ends the wait early.
+    std::vector<CJournalEntry> receive(std::size_t count)
+    {
+        std::vector<CJournalEntry> entries;
+        char buffer[65536];
+        for (pollfd readable{m_fd, POLLIN, 0}; entries.size() < count && poll(&readable, 1, 10000) > 0;) {
+            const ssize_t got = recv(m_fd, buffer, sizeof buffer, 0);
+            entries.push_back(parseEntry(std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(got, 0)))));
+        }
+        return entries;
+    }
+
+private:
+    int m_fd = -1;
+};
+
+// Runs `body` on a thread of its own with a private /run, where the stand-in can take the
+// journal's place; the rest of the process and the machine keep theirs.
+void withPrivateRun(const std::function<void()>& body)
+{
+    std::string why;
+    std::thread worker([&] {
+        CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
+        why = mounts.why();
+        if (mounts.ok()) {
+            mounts.tmpfs("/run", "1m");
+            mkdir("/run/systemd", 0755);
+            mkdir("/run/systemd/journal", 0755);
+            body();
+        }
+    });
+    worker.join();
+    ASSERT_EQ("", why) << "no private mount namespace";
+}
 
 using CJournalTargetTest = CTargetFixture;
 
 TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItLost)
 {
-    std::string why;
-    // The body runs with a private /run, where the stand-in can take the journal's place.
-    ASSERT_TRUE(CJournalStandIn::runWithPrivateRun([this] {
+    withPrivateRun([this] {
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
         EXPECT_EQ(1, m_syslog.count("journal target: no journal at /run/systemd/journal/socket - No such file or "
                                     "directory (is systemd-journald running?)",
@@ -49,7 +138,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItL
                                     "lost until it does",
                                     LOG_ERR));
         EXPECT_EQ(1, m_syslog.count("journal target j: the journal takes records again; 3 records lost", LOG_NOTICE));
-    }, why)) << "no private mount namespace: " << why;
+    });
 }
 
 }  // namespace
