@@ -1,5 +1,6 @@
 // What the shipped targets' tests share: a container on a temporary directory that loads the
-// plug-ins through a configuration file, the captured syslog, and the idle check of a thread.
+// plug-ins through a configuration file, the captured syslog, the idle check of a thread, and
+// fork children.
 #pragma once
 
 #include <chrono>
