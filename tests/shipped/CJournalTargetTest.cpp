@@ -2,6 +2,7 @@
 // without a journal, every field, and counted losses.
 #include <cstring>
 #include <map>
+#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -41,29 +42,23 @@ CJournalEntry parseEntry(const std::string& datagram)
     return entry;
 }
 
-// Stands in for journald: a datagram socket at the journal's path. Only inside withPrivateRun.
+// Stands in for journald: a datagram socket at the journal's path, only inside withPrivateRun.
+// Its end closes the socket but leaves the file, as a stopped journald does.
 class CJournalStandIn {
 public:
-    static constexpr const char* PATH = "/run/systemd/journal/socket";
-
-    CJournalStandIn() { open(); }
-    ~CJournalStandIn() { shutDown(); }
-
-    void open()
+    CJournalStandIn()
     {
-        unlink(PATH);
-        m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const char* path = "/run/systemd/journal/socket";
+        unlink(path);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, PATH, sizeof address.sun_path - 1);
-        ASSERT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
+        std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
     }
-    // Closes the socket but leaves its file, as a stopped journald does.
-    void shutDown()
-    {
-        close(m_fd);
-        m_fd = -1;
-    }
+    ~CJournalStandIn() { close(m_fd); }
+    CJournalStandIn(const CJournalStandIn&) = delete;
+    CJournalStandIn& operator=(const CJournalStandIn&) = delete;
+
     // Waits for `count` entries, each in a datagram of its own (the records here are small); a
     // hang guard ends the wait early.
     std::vector<CJournalEntry> receive(std::size_t count)
@@ -78,7 +73,7 @@ public:
     }
 
 private:
-    int m_fd = -1;
+    const int m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
 // Runs `body` on a thread of its own with a private /run, where the stand-in can take the
@@ -110,7 +105,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItL
                                     "directory (is systemd-journald running?)",
                                     LOG_ERR));
 
-        CJournalStandIn journal;
+        auto journal = std::make_unique<CJournalStandIn>();
         read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
         m_container.log(42, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
         log(VX_DEBUG, "filtered out by levels=");
@@ -125,15 +120,15 @@ TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItL
              {"TID", tid}, {"VEXLOR_COMPONENT", "storage"}, {"VEXLOR_THREAD", "worker"}, {"VEXLOR_DEPTH", "0"}},
         };
         // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
-        EXPECT_EQ(expected, journal.receive(2));
+        EXPECT_EQ(expected, journal->receive(2));
 
-        journal.shutDown();
+        journal.reset();
         for (int i = 0; i < 3; ++i) {
             log(VX_ERR, "lost");
         }
-        journal.open();
+        journal = std::make_unique<CJournalStandIn>();
         log(VX_ERR, "back");
-        ASSERT_EQ(1u, journal.receive(1).size());
+        ASSERT_EQ(1u, journal->receive(1).size());
         EXPECT_EQ(1, m_syslog.count("journal target j: the journal takes no records - Connection refused; they are "
                                     "lost until it does",
                                     LOG_ERR));
