@@ -1,6 +1,6 @@
 // The remote target sending to a real rsyslogd on loopback: every field over UDP, TCP (both
-// framings) and TLS, a receiver restart with exact counts, unload and exit while the receiver is
-// dead, fork children, refused parameters and the idle thread.
+// framings) and TLS, a receiver restart with exact counts, unload and exit bounded by drain-ms
+// while no receiver takes the records, fork children, refused parameters and the idle thread.
 #include <set>
 #include <sys/socket.h>
 #include <syslog.h>
