@@ -27,9 +27,8 @@ TEST_F(CFileTargetTest, WritesEachRecordAsOneLineToEachFile)
     read("");
     EXPECT_EQ("kept\nINFO net up\nWARN net poll: slow\nERR net link\\ndown\n", readFile(logPath("all.log")));
     EXPECT_EQ("WARN slow\nERR link\\ndown\n", readFile(logPath("errors.log")));
-    struct stat about {};
-    stat(logPath("errors.log").c_str(), &about);
-    EXPECT_EQ(0640u, about.st_mode & 07777);  // the default mode, less the umask
+    // The default mode, less the umask.
+    EXPECT_EQ(std::filesystem::perms(0640), std::filesystem::status(logPath("errors.log")).permissions());
     const std::string program = program_invocation_short_name;
     EXPECT_EQ(program + " up\n" + program + " slow\n", readFile(logPath(program + ".log")));
     EXPECT_EQ("player link\\ndown\n", readFile(logPath("player.log")));

@@ -39,15 +39,13 @@ TEST_F(CRemoteTargetTest, DeliversEveryFieldOverUdpAndTcpWithBothFramings)
     for (const auto& c : cases) {
         CTempDir dir;
         CRsyslogd rsyslogd(dir.path(), c.input, c.address);
-        CLogTargetContainer container(m_dir.path(), false, nullptr);
-        m_dir.write("vexlor.cfg", "target = " + remotePath() + ", " + c.parameters + ", port=" +
-                                      std::to_string(rsyslogd.port()) + ", hostname=dev-01, facility=local3\n");
-        container.onCfgUpdate();
-        container.log(4711, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link \"down\"\nagain");
-        container.setAppname("player");
-        container.log(4711, 0, SECONDS, 7, VX_ENTERLEAVE, "worker", "net", "", "leaving");
-        m_dir.write("vexlor.cfg", "");
-        container.onCfgUpdate();  // unloads the target, which drains its queue first
+        m_container.setAppname("");  // the program's name again
+        read("target = " + remotePath() + ", " + c.parameters + ", port=" + std::to_string(rsyslogd.port()) +
+             ", hostname=dev-01, facility=local3\n");
+        m_container.log(4711, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link \"down\"\nagain");
+        m_container.setAppname("player");
+        m_container.log(4711, 0, SECONDS, 7, VX_ENTERLEAVE, "worker", "net", "", "leaving");
+        read("");  // unloads the target, which drains its queue first
 
         ASSERT_TRUE(rsyslogd.waitForMessages(2)) << c.parameters;
         const std::vector<CReceived> got = rsyslogd.received();
