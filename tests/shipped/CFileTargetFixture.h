@@ -39,12 +39,12 @@ protected:
     const std::string m_logs = m_dir.file("logs");
 };
 
-// The lines of `path` (a ".gz" file decompressed), without line feeds; an unended last line
-// comes back with "<unended>" after it.
+// The lines of `path`, or of every file a pattern such as "app.log*" names (".gz" files
+// decompressed), without line feeds; an unended last line comes back with "<unended>" after it.
 inline std::vector<std::string> linesOf(const std::string& path)
 {
     std::string content;
-    FILE* in = popen(("gzip -dcf '" + path + "'").c_str(), "r");  // -f: other files pass as they are
+    FILE* in = popen(("gzip -dcf " + path).c_str(), "r");  // -f: other files pass as they are
     char buffer[4096];
     for (std::size_t got; in != nullptr && (got = std::fread(buffer, 1, sizeof buffer, in)) > 0;) {
         content.append(buffer, got);
@@ -54,19 +54,6 @@ inline std::vector<std::string> linesOf(const std::string& path)
     std::istringstream stream(content.empty() || content.back() == '\n' ? content : content + "<unended>\n");
     for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
-    }
-    return lines;
-}
-
-// The lines of every file in `directory` whose name starts with `prefix`.
-inline std::vector<std::string> linesOfAll(const std::string& directory, const std::string& prefix)
-{
-    std::vector<std::string> lines;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().filename().string().rfind(prefix, 0) == 0) {
-            const std::vector<std::string> more = linesOf(entry.path().string());
-            lines.insert(lines.end(), more.begin(), more.end());
-        }
     }
     return lines;
 }

@@ -85,7 +85,7 @@ TEST_F(CFileTargetTest, ReopensWhenThePathNoLongerLeadsToTheOpenFile)
     }));
     logRecords(next++, 1);
     read("");
-    const std::vector<int> found = recordNumbers(linesOfAll(m_logs, "a.log"));
+    const std::vector<int> found = recordNumbers(linesOf(logPath("a.log*")));
     const std::vector<int> lastPart(std::lower_bound(found.begin(), found.end(), afterRemoval), found.end());
     EXPECT_EQ(range(afterRemoval, next - afterRemoval), lastPart);
     EXPECT_EQ(recordText(next - 1), linesOf(path).back());
