@@ -1,39 +1,29 @@
-// The console target loaded through a configuration file, writing to real pipes and a real
-// pseudo-terminal put in place of standard error or output: lines, levels, the colour policy, and
-// a closed pipe that must neither kill the program nor go unreported. Each test case runs in a
-// process of its own, so the environment it changes needs no restoring.
-#include <chrono>
+// The console target writing to real pipes and a real pseudo-terminal put in place of standard
+// error or output: lines, levels, the colour policy, and a closed pipe that must neither kill the
+// program nor go unreported. Each test case runs in a process of its own, so the environment it
+// changes needs no restoring.
 #include <csignal>
-#include <cstdlib>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <syslog.h>
-#include <termios.h>
-#include <thread>
 #include <unistd.h>
 
-#include "CSyslogCapture.h"
-#include "CTempDir.h"
-#include "targets/CLogTargetContainer.h"
+#include "CTargetFixture.h"
 
 namespace {
+
+using CConsoleTargetTest = CTargetFixture;
 
 const std::string TARGET = "target = " VEXLOR_TEST_TARGET_CONSOLE;
 
 // Scoped: puts `replacement` on descriptor `fd` (1 or 2), and the original back at the end.
-class CRedirect {
-public:
+struct CRedirect {
     CRedirect(int fd, int replacement) : m_fd(fd), m_saved(dup(fd)) { dup2(replacement, fd); }
     ~CRedirect()
     {
         dup2(m_saved, m_fd);
         close(m_saved);
     }
-    CRedirect(const CRedirect&) = delete;
-    CRedirect& operator=(const CRedirect&) = delete;
-
-private:
     int m_fd;
     int m_saved;
 };
@@ -44,43 +34,26 @@ std::string drain(int fd)
     std::string text;
     char buffer[4096];
     pollfd ready{fd, POLLIN, 0};
-    for (ssize_t got; poll(&ready, 1, 100) == 1 && (got = read(fd, buffer, sizeof buffer)) > 0;) {
+    for (ssize_t got; poll(&ready, 1, 100) == 1 && (got = ::read(fd, buffer, sizeof buffer)) > 0;) {
         text.append(buffer, static_cast<std::size_t>(got));
     }
     return text;
 }
 
-class CConsoleTargetTest : public ::testing::Test {
-protected:
-    void read(const std::string& content)
-    {
-        m_dir.write("vexlor.cfg", content);
-        m_container.onCfgUpdate();
-    }
-    void log(vexlor_level* level, const std::string& message)
-    {
-        m_container.log(42, 0, 4102444800LL, 7, level, "main", "net", "", message);
-    }
-
-    CTempDir m_dir;
-    CSyslogCapture m_syslog;
-    CLogTargetContainer m_container{m_dir.path(), false, nullptr};
-};
-
+// Standard error, the default, is the stream of the other tests.
 TEST_F(CConsoleTargetTest, WritesOneLinePerRecordOfItsLevelsToTheChosenStream)
 {
     int fds[2];
     ASSERT_EQ(0, pipe(fds));
-    for (const std::string stream : {"stdout", "stderr"}) {
-        CRedirect redirect(stream == "stdout" ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
-        read(TARGET + ", stream=" + stream + ", color=always, pattern=%l %m, levels=warn trace\n");
+    {
+        CRedirect redirect(STDOUT_FILENO, fds[1]);
+        read(TARGET + ", stream=stdout, color=always, pattern=%l %m, levels=warn trace\n");
         log(VX_ERR, "filtered out");
         log(VX_WARN, "first\nsecond");
         log(VX_ENTERLEAVE, "entering");
         read("");
     }
-    const std::string lines = "\033[33mWARN first\\nsecond\033[0m\n\033[36mTRACE entering\033[0m\n";
-    EXPECT_EQ(lines + lines, drain(fds[0]));
+    EXPECT_EQ("\033[33mWARN first\\nsecond\033[0m\n\033[36mTRACE entering\033[0m\n", drain(fds[0]));
     read(TARGET + ", stream=stdlog\n");
     EXPECT_TRUE(m_syslog.contains("console target \"console\": stream=stdlog: not stderr or stdout", LOG_ERR));
 }
@@ -88,30 +61,25 @@ TEST_F(CConsoleTargetTest, WritesOneLinePerRecordOfItsLevelsToTheChosenStream)
 // color=auto colours only a terminal with a usable TERM while NO_COLOR is unset or empty.
 TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 {
-    struct CCase {
+    struct {
         const char* color;
         const char* term;     // null: unset
         const char* noColor;  // null: unset
         bool terminal;
         bool coloured;
-    };
-    const CCase cases[] = {
+    } const cases[] = {
         {"auto", "xterm", nullptr, true, true},  {"auto", "xterm", "", true, true},
         {"auto", "xterm", "1", true, false},     {"auto", "dumb", nullptr, true, false},
         {"auto", nullptr, nullptr, true, false}, {"auto", "xterm", nullptr, false, false},
         {"always", "dumb", "1", false, true},    {"never", "xterm", nullptr, true, false},
     };
-    for (const CCase& c : cases) {
+    for (const auto& c : cases) {
         c.term != nullptr ? setenv("TERM", c.term, 1) : unsetenv("TERM");
         c.noColor != nullptr ? setenv("NO_COLOR", c.noColor, 1) : unsetenv("NO_COLOR");
         int fds[2];  // reading side, writing side
-        if (c.terminal) {
-            termios raw{};
-            cfmakeraw(&raw);  // no carriage return added to the line feed
-            ASSERT_EQ(0, openpty(&fds[0], &fds[1], nullptr, &raw, nullptr));
-        } else {
-            ASSERT_EQ(0, pipe(fds));
-        }
+        termios raw{};
+        cfmakeraw(&raw);  // no carriage return added to the line feed
+        ASSERT_EQ(0, c.terminal ? openpty(&fds[0], &fds[1], nullptr, &raw, nullptr) : pipe(fds));
         {
             CRedirect redirect(STDERR_FILENO, fds[1]);
             read(TARGET + ", color=" + c.color + ", pattern=%m\n");

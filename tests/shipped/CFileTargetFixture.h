@@ -1,19 +1,14 @@
-// Set-up shared by the file target's tests: a container on a temporary directory that loads the
-// plug-in through a configuration file, numbered records, and the records found in log files.
+// Set-up shared by the file target's tests: target lines for files in a log directory, numbered
+// records, and the records found in log files.
 #pragma once
 
 #include <algorithm>
-#include <cstdlib>
-#include <numeric>
 #include <cstdio>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <string>
+#include <numeric>
+#include <sstream>
 #include <vector>
 
-#include "CSyslogCapture.h"
-#include "CTempDir.h"
-#include "targets/CLogTargetContainer.h"
+#include "CTargetFixture.h"
 
 // A record of 100 bytes with pattern=%m: "record 00042 xx...x end" and the line feed.
 inline std::string recordText(int number)
@@ -23,29 +18,17 @@ inline std::string recordText(int number)
     return head + std::string(82, 'x') + " end";
 }
 
-class CFileTargetFixture : public ::testing::Test {
+class CFileTargetFixture : public CTargetFixture {
 protected:
     CFileTargetFixture() { std::filesystem::create_directory(m_logs); }
 
-    // Replaces the configuration by `lines` and reads it ("" unloads every target).
-    void read(const std::string& lines)
-    {
-        m_dir.write("vexlor.cfg", lines);
-        m_container.onCfgUpdate();
-    }
     // A target line for a file in the log directory.
-    std::string fileTarget(const std::string& file, const std::string& parameters = std::string(),
+    std::string fileTarget(const std::string& file, const std::string& parameters,
                            const char* plugin = VEXLOR_TEST_TARGET_FILE) const
     {
-        return std::string("target = ") + plugin + ", path=" + logPath(file) +
-               (parameters.empty() ? "" : ", " + parameters) + "\n";
+        return std::string("target = ") + plugin + ", path=" + logPath(file) + ", " + parameters + "\n";
     }
     std::string logPath(const std::string& file) const { return m_logs + "/" + file; }
-
-    void log(vexlor_level* level, const std::string& message, const std::string& function = std::string())
-    {
-        m_container.log(42, 1, 4102444800LL, 7, level, "main", "net", function, message);
-    }
     void logRecords(int first, int count)
     {
         for (int n = first; n < first + count; ++n) {
@@ -53,43 +36,24 @@ protected:
         }
     }
 
-    CTempDir m_dir;
     const std::string m_logs = m_dir.file("logs");
-    CSyslogCapture m_syslog;
-    CLogTargetContainer m_container{m_dir.path(), false, nullptr};
 };
 
-// The lines of `path` (a ".gz" file decompressed), without line feeds; an unended last line
-// comes back with "<unended>" after it.
+// The lines of `path`, or of every file a pattern such as "app.log*" names (".gz" files
+// decompressed), without line feeds; an unended last line comes back with "<unended>" after it.
 inline std::vector<std::string> linesOf(const std::string& path)
 {
     std::string content;
-    FILE* in = popen(("gzip -dcf '" + path + "'").c_str(), "r");  // -f: other files pass as they are
+    FILE* in = popen(("gzip -dcf " + path).c_str(), "r");  // -f: other files pass as they are
     char buffer[4096];
     for (std::size_t got; in != nullptr && (got = std::fread(buffer, 1, sizeof buffer, in)) > 0;) {
         content.append(buffer, got);
     }
     EXPECT_TRUE(in != nullptr && pclose(in) == 0) << path;
     std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
-        lines.push_back(content.substr(start, end - start));
-    }
-    if (start < content.size()) {
-        lines.push_back(content.substr(start) + "<unended>");
-    }
-    return lines;
-}
-
-// The lines of every file in `directory` whose name starts with `prefix`.
-inline std::vector<std::string> linesOfAll(const std::string& directory, const std::string& prefix)
-{
-    std::vector<std::string> lines;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().filename().string().rfind(prefix, 0) == 0) {
-            const std::vector<std::string> more = linesOf(entry.path().string());
-            lines.insert(lines.end(), more.begin(), more.end());
-        }
+    std::istringstream stream(content.empty() || content.back() == '\n' ? content : content + "<unended>\n");
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
     }
     return lines;
 }

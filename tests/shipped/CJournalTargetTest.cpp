@@ -1,74 +1,103 @@
-// The journal target loaded through a configuration file, writing to a journald stand-in that
-// parses the native protocol: every field, refusal without a journal, and counted losses.
-#include <gtest/gtest.h>
+// The journal target writing to a journald stand-in that parses the native protocol: refusal
+// without a journal, every field, and counted losses.
+#include <cstring>
+#include <map>
+#include <memory>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include "CJournalStandIn.h"
-#include "CSyslogCapture.h"
-#include "CTempDir.h"
-#include "targets/CLogTargetContainer.h"
+#include "CPrivateMounts.h"
+#include "CTargetFixture.h"
 
 namespace {
 
-class CJournalTargetTest : public ::testing::Test {
-protected:
-    // The test's body runs with a private /run, where the stand-in can take the journal's place.
-    void withPrivateRun(const std::function<void()>& body)
-    {
-        std::string why;
-        if (!CJournalStandIn::runWithPrivateRun(body, why)) {
-            FAIL() << "no private mount namespace: " << why;
-        }
-    }
+using CJournalEntry = std::map<std::string, std::string>;
 
-    void read(const std::string& content)
-    {
-        m_dir.write("vexlor.cfg", content);
-        m_container.onCfgUpdate();
-    }
-
-    CTempDir m_dir;
-    CSyslogCapture m_syslog;
-    CLogTargetContainer m_container{m_dir.path(), false, nullptr};
-};
-
-TEST_F(CJournalTargetTest, SendsEachRecordWithItsFields)
+// Parses one datagram of the native protocol: "NAME=value\n" fields, and the binary-safe form
+// "NAME\n", a 64-bit little-endian length, the value and "\n".
+CJournalEntry parseEntry(const std::string& datagram)
 {
-    withPrivateRun([this] {
-        CJournalStandIn journal;
-        read("target = " VEXLOR_TEST_TARGET_JOURNAL ", facility=local3, levels=emerg-notice\n");
-        m_container.log(42, 2, 4102444800LL, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
-        m_container.log(42, 0, 4102444800LL, 8, VX_DEBUG, "main", "net", "", "filtered out by levels=");
-        m_container.setAppname("player");
-        m_container.log(42, 0, 4102444800LL, 9, VX_NOTICE, "worker", "storage", "", "named");
-        const std::string tid = std::to_string(syscall(SYS_gettid));
-        const std::vector<CJournalEntry> expected = {
-            {{"MESSAGE", "link down\nsecond line"},
-             {"PRIORITY", "3"},
-             {"SYSLOG_IDENTIFIER", program_invocation_short_name},
-             {"SYSLOG_FACILITY", "19"},
-             {"TID", tid},
-             {"CODE_FUNC", "poll"},
-             {"VEXLOR_COMPONENT", "net"},
-             {"VEXLOR_THREAD", "main"},
-             {"VEXLOR_DEPTH", "2"}},
-            {{"MESSAGE", "named"},
-             {"PRIORITY", "5"},
-             {"SYSLOG_IDENTIFIER", "player"},
-             {"SYSLOG_FACILITY", "19"},
-             {"TID", tid},
-             {"VEXLOR_COMPONENT", "storage"},
-             {"VEXLOR_THREAD", "worker"},
-             {"VEXLOR_DEPTH", "0"}},
-        };
-        // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
-        EXPECT_EQ(expected, journal.receive(2));
-    });
+    CJournalEntry entry;
+    for (std::size_t at = 0, end; at < datagram.size();) {
+        end = datagram.find('\n', at);
+        const std::string line = datagram.substr(at, end - at);
+        const std::size_t equals = line.find('=');
+        if (equals != std::string::npos) {
+            entry[line.substr(0, equals)] = line.substr(equals + 1);
+            at = end == std::string::npos ? datagram.size() : end + 1;
+            continue;
+        }
+        std::uint64_t length = 0;
+        for (int i = 0; i < 8; ++i) {
+            length |= std::uint64_t{static_cast<unsigned char>(datagram.at(end + 1 + i))} << (8 * i);
+        }
+        entry[line] = datagram.substr(end + 9, length);
+        at = end + 9 + length + 1;
+    }
+    return entry;
 }
 
-TEST_F(CJournalTargetTest, RefusesCreationWithoutJournalAndCountsWhatItRefuses)
+// Stands in for journald: a datagram socket at the journal's path, only inside withPrivateRun.
+// Its end closes the socket but leaves the file, as a stopped journald does.
+class CJournalStandIn {
+public:
+    CJournalStandIn()
+    {
+        const char* path = "/run/systemd/journal/socket";
+        unlink(path);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
+    }
+    ~CJournalStandIn() { close(m_fd); }
+    CJournalStandIn(const CJournalStandIn&) = delete;
+    CJournalStandIn& operator=(const CJournalStandIn&) = delete;
+
+    // Waits for `count` entries, each in a datagram of its own (the records here are small); a
+    // hang guard ends the wait early.
+    std::vector<CJournalEntry> receive(std::size_t count)
+    {
+        std::vector<CJournalEntry> entries;
+        char buffer[65536];
+        for (pollfd readable{m_fd, POLLIN, 0}; entries.size() < count && poll(&readable, 1, 10000) > 0;) {
+            const ssize_t got = recv(m_fd, buffer, sizeof buffer, 0);
+            entries.push_back(parseEntry(std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(got, 0)))));
+        }
+        return entries;
+    }
+
+private:
+    const int m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+// Runs `body` on a thread of its own with a private /run, where the stand-in can take the
+// journal's place; the rest of the process and the machine keep theirs.
+void withPrivateRun(const std::function<void()>& body)
+{
+    std::string why;
+    std::thread worker([&] {
+        CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
+        why = mounts.why();
+        if (mounts.ok()) {
+            mounts.tmpfs("/run", "1m");
+            mkdir("/run/systemd", 0755);
+            mkdir("/run/systemd/journal", 0755);
+            body();
+        }
+    });
+    worker.join();
+    ASSERT_EQ("", why) << "no private mount namespace";
+}
+
+using CJournalTargetTest = CTargetFixture;
+
+TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItLost)
 {
     withPrivateRun([this] {
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
@@ -76,15 +105,30 @@ TEST_F(CJournalTargetTest, RefusesCreationWithoutJournalAndCountsWhatItRefuses)
                                     "directory (is systemd-journald running?)",
                                     LOG_ERR));
 
-        CJournalStandIn journal;
-        read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j\n");
-        journal.shutDown();
+        auto journal = std::make_unique<CJournalStandIn>();
+        read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
+        m_container.log(42, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
+        log(VX_DEBUG, "filtered out by levels=");
+        m_container.setAppname("player");
+        m_container.log(42, 0, SECONDS, 9, VX_NOTICE, "worker", "storage", "", "named");
+        const std::string tid = std::to_string(syscall(SYS_gettid));
+        const std::vector<CJournalEntry> expected = {
+            {{"MESSAGE", "link down\nsecond line"}, {"PRIORITY", "3"}, {"SYSLOG_IDENTIFIER", program_invocation_short_name},
+             {"SYSLOG_FACILITY", "19"}, {"TID", tid}, {"CODE_FUNC", "poll"}, {"VEXLOR_COMPONENT", "net"},
+             {"VEXLOR_THREAD", "main"}, {"VEXLOR_DEPTH", "2"}},
+            {{"MESSAGE", "named"}, {"PRIORITY", "5"}, {"SYSLOG_IDENTIFIER", "player"}, {"SYSLOG_FACILITY", "19"},
+             {"TID", tid}, {"VEXLOR_COMPONENT", "storage"}, {"VEXLOR_THREAD", "worker"}, {"VEXLOR_DEPTH", "0"}},
+        };
+        // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
+        EXPECT_EQ(expected, journal->receive(2));
+
+        journal.reset();
         for (int i = 0; i < 3; ++i) {
-            m_container.log(42, 0, 4102444800LL, 0, VX_INFO, "main", "net", "", "lost");
+            log(VX_ERR, "lost");
         }
-        journal.open();
-        m_container.log(42, 0, 4102444800LL, 0, VX_INFO, "main", "net", "", "back");
-        ASSERT_EQ(1u, journal.receive(1).size());
+        journal = std::make_unique<CJournalStandIn>();
+        log(VX_ERR, "back");
+        ASSERT_EQ(1u, journal->receive(1).size());
         EXPECT_EQ(1, m_syslog.count("journal target j: the journal takes no records - Connection refused; they are "
                                     "lost until it does",
                                     LOG_ERR));

@@ -72,7 +72,7 @@ TEST(CLineLayoutTest, ShowsLocalOrUniversalTimeAndFollowsTheSecond)
 }
 
 // A field can neither end the line nor forge another one; everything else is left as it came.
-TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytes)
+TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytesAtAnyLength)
 {
     CFields fields;
     fields.thread = "t\n";
@@ -81,13 +81,10 @@ TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytes)
     fields.message = std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(";
     fields.appname = "p\x1b[31m";
     EXPECT_EQ("t\\n|c\\r|f\\t|a\\x00b\\x1f\\x7f\\n \xc3\xbc \xff\xc3(|p\\x1b[31m", formatted("%T|%c|%f|%m|%a", fields));
-}
 
-TEST(CLineLayoutTest, BuildsLinesLongerThanItsInlineBuffer)
-{
-    CFields fields;
+    // Lines longer than the layout's inline buffer: 12000 bytes once escaped.
     fields.thread = std::string(3000, 't');
-    fields.message = std::string(3000, '\x01');  // 12000 bytes once escaped
+    fields.message = std::string(3000, '\x01');
     std::string escaped;
     for (int i = 0; i < 3000; ++i) {
         escaped += "\\x01";

@@ -1,7 +1,6 @@
-// Mounts for tests that need a small or a read-only file system. The process moves into a mount
-// namespace of its own (unshare), so nothing it mounts is seen outside, and everything goes with
-// the process. Each test case runs in a process of its own; enter before starting any thread,
-// so that the threads the test starts share the namespace.
+// Mounts for tests that need a small or a read-only file system. The calling thread moves into a
+// mount namespace of its own (unshare), so nothing it mounts is seen outside. Enter before
+// starting any thread that should share the namespace.
 #pragma once
 
 #include <string>
@@ -11,8 +10,7 @@ class CPrivateMounts {
 public:
     // Enters the namespace; ok() is false, with the reason in why(), where the process may not.
     CPrivateMounts();
-    // Unmounts what is still mounted, newest first.
-    ~CPrivateMounts();
+    ~CPrivateMounts();  // unmounts what is still mounted
     CPrivateMounts(const CPrivateMounts&) = delete;
     CPrivateMounts& operator=(const CPrivateMounts&) = delete;
 

@@ -1,10 +1,10 @@
 // The test rsyslogd: configuration, start, stop and reading what it wrote.
 #include "CRsyslogd.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sstream>
 #include <stdexcept>
@@ -23,32 +23,28 @@ const char TEMPLATE[] =
     "%pri%\t%protocol-version%\t%timereported:::date-rfc3339%\t%hostname%\t%app-name%\t%procid%\t%msgid%\t"
     "%structured-data%\t%msg%\t%rawmsg%\n";
 
-// The socket address of `address` (IPv4 or IPv6 text) and `port`; returns its length.
-socklen_t socketAddress(sockaddr_storage& storage, const std::string& address, int port)
+// Binds (or connects) a new socket of `type` to `address`:`port` (numeric IPv4 or IPv6); returns
+// 0 or the errno of the failure, and in `port` the port the socket had.
+int tryAddress(const std::string& address, int& port, int type, bool connectIt)
 {
-    storage = sockaddr_storage{};
-    if (address.find(':') != std::string::npos) {
-        auto* in6 = reinterpret_cast<sockaddr_in6*>(&storage);
-        in6->sin6_family = AF_INET6;
-        in6->sin6_port = htons(static_cast<uint16_t>(port));
-        inet_pton(AF_INET6, address.c_str(), &in6->sin6_addr);
-        return sizeof *in6;
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_socktype = type;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) {
+        return EINVAL;
     }
-    auto* in4 = reinterpret_cast<sockaddr_in*>(&storage);
-    in4->sin_family = AF_INET;
-    in4->sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, address.c_str(), &in4->sin_addr);
-    return sizeof *in4;
+    const int fd = socket(found->ai_family, type | SOCK_CLOEXEC, 0);
+    const int result = (connectIt ? connect(fd, found->ai_addr, found->ai_addrlen)
+                                  : bind(fd, found->ai_addr, found->ai_addrlen)) == 0 ? 0 : errno;
+    freeaddrinfo(found);
+    sockaddr_storage bound{};
+    socklen_t length = sizeof bound;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
+    port = ntohs(reinterpret_cast<sockaddr_in*>(&bound)->sin_port);  // where sin6_port lies too
+    close(fd);
+    return result;
 }
-
-bool bindAddress(int fd, const std::string& address, int port)
-{
-    sockaddr_storage storage;
-    const socklen_t length = socketAddress(storage, address, port);
-    return bind(fd, reinterpret_cast<sockaddr*>(&storage), length) == 0;
-}
-
-int familyOf(const std::string& address) { return address.find(':') != std::string::npos ? AF_INET6 : AF_INET; }
 
 void run(const std::string& command)
 {
@@ -61,14 +57,9 @@ void run(const std::string& command)
 
 int freePort(const std::string& address, int type)
 {
-    const int fd = socket(familyOf(address), type | SOCK_CLOEXEC, 0);
-    bindAddress(fd, address, 0);
-    sockaddr_storage bound{};
-    socklen_t length = sizeof bound;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
-    close(fd);
-    return ntohs(bound.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&bound)->sin6_port
-                                             : reinterpret_cast<sockaddr_in*>(&bound)->sin_port);
+    int port = 0;
+    tryAddress(address, port, type, false);
+    return port;
 }
 
 CTestCertificates::CTestCertificates(const std::string& directory)
@@ -81,16 +72,13 @@ CTestCertificates::CTestCertificates(const std::string& directory)
 {
     const std::string d = directory + "/";
     // Elliptic-curve keys: made in milliseconds, where RSA keys take noticeable time.
-    const std::string newKey = "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
-    writeFile(d + "server.ext", "subjectAltName=DNS:localhost,IP:127.0.0.1\n");
-    run(newKey + "-x509 -days 2 -subj /CN=vexlor-test-ca -keyout " + d + "ca.key -out " + ca);
-    run(newKey + "-x509 -days 2 -subj /CN=vexlor-other-ca -keyout " + d + "other-ca.key -out " + otherCa);
-    run(newKey + "-subj /CN=localhost -keyout " + serverKey + " -out " + d + "server.csr");
-    run("openssl x509 -req -days 2 -in " + d + "server.csr -CA " + ca + " -CAkey " + d + "ca.key -CAcreateserial -extfile " +
-        d + "server.ext -out " + serverCert);
-    run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + d + "client.csr");
-    run("openssl x509 -req -days 2 -in " + d + "client.csr -CA " + ca + " -CAkey " + d + "ca.key -CAcreateserial -out " +
-        clientCert);
+    const std::string newKey = "openssl req -x509 -days 2 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
+    const std::string signedByCa = " -CA " + ca + " -CAkey " + d + "ca.key";
+    run(newKey + "-subj /CN=vexlor-test-ca -keyout " + d + "ca.key -out " + ca);
+    run(newKey + "-subj /CN=vexlor-other-ca -keyout " + d + "other-ca.key -out " + otherCa);
+    run(newKey + "-subj /CN=localhost -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -keyout " + serverKey +
+        " -out " + serverCert + signedByCa);
+    run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + clientCert + signedByCa);
 }
 
 CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address,
@@ -110,20 +98,18 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     config << "template(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
     config << "ruleset(name=\"remote\") { action(type=\"omfile\" file=\"" << directory
            << "/received.txt\" template=\"fields\") }\n";
-    if (input == CInput::UDP) {
-        config << "module(load=\"imudp\")\ninput(type=\"imudp\"";
-    } else if (input == CInput::TCP) {
-        config << "module(load=\"imtcp\")\ninput(type=\"imtcp\"";
-    } else {
-        config << "module(load=\"imtcp\" streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\""
-               << (requireClientCert ? "x509/certvalid" : "anon") << "\")\ninput(type=\"imtcp\"";
+    const char* module = input == CInput::UDP ? "imudp" : "imtcp";
+    config << "module(load=\"" << module << "\"";
+    if (input == CInput::TLS) {
+        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\""
+               << (requireClientCert ? "x509/certvalid" : "anon") << "\"";
     }
-    config << " address=\"" << address << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
-    // The same port on the other loopback address too, so that host names (localhost) reach it
-    // whichever address the resolver gives first.
-    const std::string other = familyOf(address) == AF_INET6 ? "127.0.0.1" : "::1";
-    config << "input(type=\"" << (input == CInput::UDP ? "imudp" : "imtcp") << "\" address=\"" << other
-           << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+    config << ")\n";
+    // The same port on both loopback addresses, so that host names (localhost) reach it whichever
+    // address the resolver gives first.
+    for (const char* on : {"127.0.0.1", "::1"}) {
+        config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+    }
     writeFile(directory + "/rsyslog.conf", config.str());
     start();
 }
@@ -158,35 +144,25 @@ void CRsyslogd::stop()
 
 bool CRsyslogd::listening() const
 {
-    const int type = m_input == CInput::UDP ? SOCK_DGRAM : SOCK_STREAM;
-    const int fd = socket(familyOf(m_address), type | SOCK_CLOEXEC, 0);
-    bool taken = false;
-    if (type == SOCK_DGRAM) {
-        taken = !bindAddress(fd, m_address, m_port) && errno == EADDRINUSE;
-    } else {
-        sockaddr_storage storage;
-        const socklen_t length = socketAddress(storage, m_address, m_port);
-        taken = connect(fd, reinterpret_cast<sockaddr*>(&storage), length) == 0;
+    int port = m_port;
+    if (m_input == CInput::UDP) {
+        return tryAddress(m_address, port, SOCK_DGRAM, false) == EADDRINUSE;
     }
-    close(fd);
-    return taken;
+    return tryAddress(m_address, port, SOCK_STREAM, true) == 0;
 }
 
 std::vector<CReceived> CRsyslogd::received() const
 {
     std::vector<CReceived> messages;
     std::istringstream lines(readFile(m_directory + "/received.txt"));
-    std::string line;
-    while (std::getline(lines, line)) {
-        std::vector<std::string> fields;
-        std::size_t start = 0;
-        for (std::size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1) {
-            fields.push_back(line.substr(start, tab - start));
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream in(line);
+        CReceived r;
+        for (std::string* field : {&r.pri, &r.version, &r.timestamp, &r.hostname, &r.appname, &r.procid, &r.msgid,
+                                   &r.structuredData, &r.msg, &r.raw}) {
+            std::getline(in, *field, '\t');
         }
-        fields.push_back(line.substr(start));
-        fields.resize(10);
-        messages.push_back(CReceived{fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], fields[6],
-                                     fields[7], fields[8], fields[9]});
+        messages.push_back(r);
     }
     return messages;
 }

@@ -10,6 +10,12 @@
 // What rsyslogd made of one message.
 struct CReceived {
     std::string pri, version, timestamp, hostname, appname, procid, msgid, structuredData, msg, raw;
+    // The parsed fields put together again in RFC 5424's order, to compare with what was sent.
+    std::string fields() const
+    {
+        return "<" + pri + ">" + version + " " + timestamp + " " + hostname + " " + appname + " " + procid + " " +
+               msgid + " " + structuredData + " " + msg;
+    }
 };
 
 // The files of a small test PKI, made with the openssl command: a CA, a server certificate for
@@ -24,8 +30,8 @@ public:
     enum class CInput { UDP, TCP, TLS };
 
     // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
-    // the other loopback address. For TLS, `certificates`
-    // gives the server's files, and `requireClientCert` asks for a client certificate too.
+    // the other loopback address. For TLS, `certificates` gives the server's files, and
+    // `requireClientCert` asks for a client certificate too.
     CRsyslogd(const std::string& directory, CInput input, const std::string& address,
               const CTestCertificates* certificates = nullptr, bool requireClientCert = false);
     ~CRsyslogd();  // stops it
@@ -36,6 +42,7 @@ public:
     // Starts it and waits until it listens; stop() ends it (SIGTERM) and waits for its exit.
     void start();
     void stop();
+    bool listening() const;
 
     // Every message received so far (the file is kept across restarts).
     std::vector<CReceived> received() const;
@@ -43,8 +50,6 @@ public:
     bool waitForMessages(std::size_t count) const;
 
 private:
-    bool listening() const;
-
     std::string m_directory;
     CInput m_input;
     std::string m_address;

@@ -1,0 +1,91 @@
+// What the shipped targets' tests share: a container on a temporary directory that loads the
+// plug-ins through a configuration file, the captured syslog, the idle check of a thread, and
+// fork children.
+#pragma once
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+
+#include "CSyslogCapture.h"
+#include "CTempDir.h"
+#include "targets/CLogTargetContainer.h"
+#include "waitUntil.h"
+
+// 2099-01-01T00:00:00Z: past 2038 for 32-bit systems, and rsyslogd 8.2302 takes no later year.
+constexpr long long SECONDS = 4070908800LL;
+
+class CTargetFixture : public ::testing::Test {
+protected:
+    // Replaces the configuration by `lines` and reads it ("" unloads every target).
+    void read(const std::string& lines)
+    {
+        m_dir.write("vexlor.cfg", lines);
+        m_container.onCfgUpdate();
+    }
+    void log(vexlor_level* level, const std::string& message, const std::string& function = "", int pid = 42)
+    {
+        m_container.log(pid, 0, SECONDS, 7, level, "main", "net", function, message);
+    }
+
+    CTempDir m_dir;
+    CSyslogCapture m_syslog;
+    CLogTargetContainer m_container{m_dir.path(), false, nullptr};
+};
+
+// `plugin` written another way for each `variant` > 0: the container loads one library path once,
+// so a further target of the same plug-in in one configuration needs a path of its own.
+inline std::string pluginPath(std::string plugin, int variant)
+{
+    for (int i = 0; i < variant; ++i) {
+        plugin.insert(plugin.rfind('/'), "/.");
+    }
+    return plugin;
+}
+
+// How often the thread named `name` has gone to sleep so far; -1 without such a thread.
+inline long long sleepsOf(const std::string& name)
+{
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (readFile(task.path() / "comm") == name + "\n") {
+            const std::string status = readFile(task.path() / "status");
+            return std::atoll(status.c_str() + status.find("\nvoluntary_ctxt_switches:") + 26);
+        }
+    }
+    return -1;
+}
+
+// An idle thread sleeps until there is work: one that polled on a timer would wake within 1.5 s.
+inline void expectSleepsWhileIdle(const std::string& name)
+{
+    const long long before = sleepsOf(name);
+    if (before < 0 && std::getenv("VEXLOR_TEST_EMULATOR") != nullptr) {
+        GTEST_SKIP() << "no thread names in an emulated /proc";
+    }
+    ASSERT_GE(before, 0) << "no thread " << name;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    EXPECT_EQ(before, sleepsOf(name)) << name;
+}
+
+// A fork child's first record starts a thread, which qemu-user 7.2 and ThreadSanitizer do not
+// allow after a multithreaded fork: there the children of the fork tests only unload.
+inline bool childMayStartThreads()
+{
+#ifdef __SANITIZE_THREAD__
+    return false;
+#else
+    return std::getenv("VEXLOR_TEST_EMULATOR") == nullptr;
+#endif
+}
+
+// Waits for the child `pid` (the limit is a hang guard only) and expects a clean exit.
+inline void expectCleanExit(pid_t pid)
+{
+    int status = -1;
+    ASSERT_TRUE(waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
