@@ -1,5 +1,5 @@
 // The message formatter (see printfFormat.h). Each conversion reproduces one of glibc's rules; where
-// glibc does something unusual (a spec it prints verbatim, an overflow it reports as -1) we do not
+// glibc does something unusual (a directive it prints verbatim, an overflow it reports as -1) we do not
 // imitate it but hand the whole message to vsnprintf, from an untouched copy of the arguments.
 #include "core/printfFormat.h"
 
@@ -33,7 +33,7 @@ constexpr std::size_t MAX_DIGITS = 22;
 
 enum class ELength { NONE, HH, H, L, LL, Z, J, T };
 
-struct CSpec {
+struct CDirective {
     bool left = false;
     bool plus = false;
     bool space = false;
@@ -139,16 +139,16 @@ bool readField(const char*& p, int& value)
     return true;
 }
 
-// The conversion spec after '%', consuming the '*' arguments. False for anything left to vsnprintf.
-bool parseSpec(const char*& p, va_list& args, CSpec& spec)
+// The directive after '%', consuming the '*' arguments. False for anything left to vsnprintf.
+bool parseDirective(const char*& p, va_list& args, CDirective& directive)
 {
     for (;; ++p) {
         switch (*p) {
-        case '-': spec.left = true; continue;
-        case '+': spec.plus = true; continue;
-        case ' ': spec.space = true; continue;
-        case '#': spec.alternate = true; continue;
-        case '0': spec.zeroPad = true; continue;
+        case '-': directive.left = true; continue;
+        case '+': directive.plus = true; continue;
+        case ' ': directive.space = true; continue;
+        case '#': directive.alternate = true; continue;
+        case '0': directive.zeroPad = true; continue;
         default: break;
         }
         break;
@@ -156,14 +156,14 @@ bool parseSpec(const char*& p, va_list& args, CSpec& spec)
     if (*p == '*') {
         ++p;
         const int width = va_arg(args, int);
-        // A negative width is a '-' flag; digits after '*' (glibc prints such a spec verbatim, and
+        // A negative width is a '-' flag; digits after '*' (glibc prints such a directive verbatim, and
         // "*1$" is positional) go to vsnprintf.
         if (width < -MAX_FIELD || width > MAX_FIELD || isDigit(*p)) {
             return false;
         }
-        spec.left = spec.left || width < 0;
-        spec.width = width < 0 ? -width : width;
-    } else if (!readField(p, spec.width)) {
+        directive.left = directive.left || width < 0;
+        directive.width = width < 0 ? -width : width;
+    } else if (!readField(p, directive.width)) {
         return false;
     }
     if (*p == '.') {
@@ -174,27 +174,27 @@ bool parseSpec(const char*& p, va_list& args, CSpec& spec)
             if (precision > MAX_FIELD || isDigit(*p)) {
                 return false;
             }
-            spec.precision = precision < 0 ? -1 : precision;  // negative: as if none were given
-        } else if (!readField(p, spec.precision)) {
+            directive.precision = precision < 0 ? -1 : precision;  // negative: as if none were given
+        } else if (!readField(p, directive.precision)) {
             return false;
         }
     }
     switch (*p) {
     case 'h':
-        spec.length = p[1] == 'h' ? ELength::HH : ELength::H;
+        directive.length = p[1] == 'h' ? ELength::HH : ELength::H;
         p += p[1] == 'h' ? 2 : 1;
         break;
     case 'l':
-        spec.length = p[1] == 'l' ? ELength::LL : ELength::L;
+        directive.length = p[1] == 'l' ? ELength::LL : ELength::L;
         p += p[1] == 'l' ? 2 : 1;
         break;
-    case 'z': spec.length = ELength::Z; ++p; break;
-    case 'j': spec.length = ELength::J; ++p; break;
-    case 't': spec.length = ELength::T; ++p; break;
+    case 'z': directive.length = ELength::Z; ++p; break;
+    case 'j': directive.length = ELength::J; ++p; break;
+    case 't': directive.length = ELength::T; ++p; break;
     default: break;
     }
-    spec.conversion = *p;
-    if (spec.conversion == '\0') {
+    directive.conversion = *p;
+    if (directive.conversion == '\0') {
         return false;
     }
     ++p;
@@ -277,63 +277,65 @@ char* octalDigits(char* end, unsigned long long value)
 }
 
 // Text padded with blanks to the width; glibc ignores the '0' flag for %s, %c and "(nil)".
-ALWAYS_INLINE void putPadded(COutput& out, const CSpec& spec, const char* text, std::size_t length)
+ALWAYS_INLINE void putPadded(COutput& out, const CDirective& directive, const char* text, std::size_t length)
 {
-    const auto width = static_cast<std::size_t>(spec.width);
+    const auto width = static_cast<std::size_t>(directive.width);
     const std::size_t padding = width > length ? width - length : 0;
-    if (!spec.left) {
+    if (!directive.left) {
         out.fill(' ', padding);
     }
     out.put(text, length);
-    if (spec.left) {
+    if (directive.left) {
         out.fill(' ', padding);
     }
 }
 
-ALWAYS_INLINE bool putString(COutput& out, const CSpec& spec, const char* text)
+ALWAYS_INLINE bool putString(COutput& out, const CDirective& directive, const char* text)
 {
     if (text == nullptr) {
         // glibc prints "(null)" only where the precision leaves room for all of it.
         static const char NULL_TEXT[] = "(null)";
-        const bool whole = spec.precision < 0 || spec.precision >= static_cast<int>(sizeof NULL_TEXT - 1);
-        putPadded(out, spec, NULL_TEXT, whole ? sizeof NULL_TEXT - 1 : 0);
+        const bool whole = directive.precision < 0 || directive.precision >= static_cast<int>(sizeof NULL_TEXT - 1);
+        putPadded(out, directive, NULL_TEXT, whole ? sizeof NULL_TEXT - 1 : 0);
         return true;
     }
     // strnlen: a precision lets the caller pass text without a terminating zero.
     const std::size_t length =
-        spec.precision < 0 ? std::strlen(text) : strnlen(text, static_cast<std::size_t>(spec.precision));
+        directive.precision < 0 ? std::strlen(text) : strnlen(text, static_cast<std::size_t>(directive.precision));
     if (length > INT_MAX) {
         return false;
     }
-    putPadded(out, spec, text, length);
+    putPadded(out, directive, text, length);
     return true;
 }
 
 // The digits of an integer conversion are at [first, end), its sign or "0x" just before them from
 // `prefixed` on. Adds the zeros of the precision and of the '0' flag, and the width's blanks:
 // [blanks] [prefix] [zeros] digits [blanks].
-ALWAYS_INLINE void putNumber(COutput& out, const CSpec& spec, const char* prefixed, const char* first, const char* end)
+ALWAYS_INLINE void putNumber(COutput& out, const CDirective& directive, const char* prefixed, const char* first,
+                             const char* end)
 {
-    if (spec.width == 0 && spec.precision < 0 && spec.conversion != 'o') {  // the usual case: nothing to add
+    // The usual case: nothing to add.
+    if (directive.width == 0 && directive.precision < 0 && directive.conversion != 'o') {
         out.put(prefixed, static_cast<std::size_t>(end - prefixed));
         return;
     }
     const auto count = static_cast<std::size_t>(end - first);
-    const auto precision = static_cast<std::size_t>(spec.precision < 0 ? 0 : spec.precision);
+    const auto precision = static_cast<std::size_t>(directive.precision < 0 ? 0 : directive.precision);
     std::size_t zeros = precision > count ? precision - count : 0;
     // '#' with %o: the first digit printed is a 0.
-    if (spec.conversion == 'o' && spec.alternate && zeros == 0 && (count == 0 || *first != '0')) {
+    if (directive.conversion == 'o' && directive.alternate && zeros == 0 && (count == 0 || *first != '0')) {
         zeros = 1;
     }
     const auto prefixLength = static_cast<std::size_t>(first - prefixed);
-    const auto width = static_cast<std::size_t>(spec.width);
+    const auto width = static_cast<std::size_t>(directive.width);
     const std::size_t length = prefixLength + zeros + count;
     std::size_t padding = width > length ? width - length : 0;
-    if (spec.zeroPad && !spec.left && spec.precision < 0) {
+    if (directive.zeroPad && !directive.left && directive.precision < 0) {
         zeros += padding;
         padding = 0;
     }
-    if (!spec.left) {
+    if (!directive.left) {
         out.fill(' ', padding);
     }
     if (zeros == 0) {
@@ -343,7 +345,7 @@ ALWAYS_INLINE void putNumber(COutput& out, const CSpec& spec, const char* prefix
         out.fill('0', zeros);
         out.put(first, count);
     }
-    if (spec.left) {
+    if (directive.left) {
         out.fill(' ', padding);
     }
 }
@@ -354,48 +356,48 @@ struct CDigits {
     char* end() { return text + sizeof text; }
 };
 
-ALWAYS_INLINE void putSigned(COutput& out, const CSpec& spec, long long number)
+ALWAYS_INLINE void putSigned(COutput& out, const CDirective& directive, long long number)
 {
     CDigits digits;
     // Negated in unsigned arithmetic, which is right for the most negative value too.
     const unsigned long long magnitude =
         number < 0 ? 0ULL - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
     // A zero precision prints no digit for the value 0.
-    char* const first = spec.precision == 0 && number == 0 ? digits.end() : decimalDigits(digits.end(), magnitude);
+    char* const first = directive.precision == 0 && number == 0 ? digits.end() : decimalDigits(digits.end(), magnitude);
     char* prefixed = first;
     if (number < 0) {
         *--prefixed = '-';
-    } else if (spec.plus || spec.space) {
-        *--prefixed = spec.plus ? '+' : ' ';
+    } else if (directive.plus || directive.space) {
+        *--prefixed = directive.plus ? '+' : ' ';
     }
-    putNumber(out, spec, prefixed, first, digits.end());
+    putNumber(out, directive, prefixed, first, digits.end());
 }
 
 // %u, %o, %x, %X
-ALWAYS_INLINE void putUnsigned(COutput& out, const CSpec& spec, unsigned long long value)
+ALWAYS_INLINE void putUnsigned(COutput& out, const CDirective& directive, unsigned long long value)
 {
     CDigits digits;
     char* first = digits.end();
-    if (spec.precision != 0 || value != 0) {
-        switch (spec.conversion) {
+    if (directive.precision != 0 || value != 0) {
+        switch (directive.conversion) {
         case 'u': first = decimalDigits(first, value); break;
         case 'o': first = octalDigits(first, value); break;
-        default: first = hexDigits(first, value, spec.conversion == 'x' ? LOWER_HEX : UPPER_HEX); break;
+        default: first = hexDigits(first, value, directive.conversion == 'x' ? LOWER_HEX : UPPER_HEX); break;
         }
     }
     char* prefixed = first;
-    if (spec.alternate && value != 0 && spec.conversion != 'u' && spec.conversion != 'o') {
-        *--prefixed = spec.conversion;
+    if (directive.alternate && value != 0 && directive.conversion != 'u' && directive.conversion != 'o') {
+        *--prefixed = directive.conversion;
         *--prefixed = '0';
     }
-    putNumber(out, spec, prefixed, first, digits.end());
+    putNumber(out, directive, prefixed, first, digits.end());
 }
 
 // Like "%#lx", but glibc also honours '+' and ' ' here, and writes a null pointer as "(nil)".
-void putPointer(COutput& out, const CSpec& spec, const void* pointer)
+void putPointer(COutput& out, const CDirective& directive, const void* pointer)
 {
     if (pointer == nullptr) {
-        putPadded(out, spec, "(nil)", 5);
+        putPadded(out, directive, "(nil)", 5);
         return;
     }
     CDigits digits;
@@ -403,43 +405,43 @@ void putPointer(COutput& out, const CSpec& spec, const void* pointer)
     char* prefixed = first;
     *--prefixed = 'x';
     *--prefixed = '0';
-    if (spec.plus || spec.space) {
-        *--prefixed = spec.plus ? '+' : ' ';
+    if (directive.plus || directive.space) {
+        *--prefixed = directive.plus ? '+' : ' ';
     }
-    putNumber(out, spec, prefixed, first, digits.end());
+    putNumber(out, directive, prefixed, first, digits.end());
 }
 
 // One conversion. False for one left to vsnprintf: unknown conversions, wide characters and strings
 // (%lc, %ls) and length modifiers on %c, %s and %p, which glibc accepts but log messages never use.
-ALWAYS_INLINE bool convert(COutput& out, const CSpec& spec, va_list& args)
+ALWAYS_INLINE bool convert(COutput& out, const CDirective& directive, va_list& args)
 {
-    switch (spec.conversion) {
+    switch (directive.conversion) {
     case 'd':
     case 'i':
-        putSigned(out, spec, readSigned(args, spec.length));
+        putSigned(out, directive, readSigned(args, directive.length));
         return true;
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-        putUnsigned(out, spec, readUnsigned(args, spec.length));
+        putUnsigned(out, directive, readUnsigned(args, directive.length));
         return true;
     case 'p':
-        if (spec.length != ELength::NONE) {
+        if (directive.length != ELength::NONE) {
             return false;
         }
-        putPointer(out, spec, va_arg(args, void*));
+        putPointer(out, directive, va_arg(args, void*));
         return true;
     case 'c': {
-        if (spec.length != ELength::NONE) {
+        if (directive.length != ELength::NONE) {
             return false;
         }
         const char c = static_cast<char>(va_arg(args, int));
-        putPadded(out, spec, &c, 1);
+        putPadded(out, directive, &c, 1);
         return true;
     }
     case 's':
-        return spec.length == ELength::NONE && putString(out, spec, va_arg(args, const char*));
+        return directive.length == ELength::NONE && putString(out, directive, va_arg(args, const char*));
     default:
         return false;
     }
@@ -461,15 +463,15 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
             out.put(p++, 1);
             continue;
         }
-        CSpec spec;
+        CDirective directive;
         if (isConversion(*p)) {
-            // Most conversions in log messages are bare: with this spec's constant fields the
+            // Most conversions in log messages are bare: with this directive's constant fields the
             // compiler drops every test of flags, width and precision from this copy of convert().
-            spec.conversion = *p++;
-            if (!convert(out, spec, args)) {
+            directive.conversion = *p++;
+            if (!convert(out, directive, args)) {
                 return -1;
             }
-        } else if (!parseSpec(p, args, spec) || !convert(out, spec, args)) {
+        } else if (!parseDirective(p, args, directive) || !convert(out, directive, args)) {
             return -1;
         }
         // vsnprintf fails with EOVERFLOW where the result does not fit an int.

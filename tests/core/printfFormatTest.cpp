@@ -66,7 +66,7 @@ template <typename... Args>
                                          << " \"" << shown(expected) << "\"";
 }
 
-// One spec, its '*' arguments given or not.
+// One directive, its '*' arguments given or not.
 template <typename T>
 ::testing::AssertionResult sameWithStars(const std::string& format, std::optional<int> width,
                                          std::optional<int> precision, T value)
@@ -86,7 +86,7 @@ template <typename T>
 
 // Every combination of the five flags, widths and precisions, '*' with negative values included.
 template <typename T>
-void expectEverySpecMatches(char conversion, const std::vector<T>& values)
+void expectEveryDirectiveMatches(char conversion, const std::vector<T>& values)
 {
     const char FLAGS[] = "-+ #0";
     const std::vector<std::string> widths{"", "1", "7", "24", "*"};
@@ -128,14 +128,14 @@ TEST(PrintfFormatTest, MatchesForEveryFlagWidthAndPrecisionOfEachConversion)
     const std::vector<int> signedValues{0, 1, -1, 42, -42, INT_MAX, INT_MIN};
     const std::vector<unsigned int> unsignedValues{0, 1, 8, 255, 0x7fffffff, UINT_MAX};
     for (const char conversion : {'d', 'i'}) {
-        expectEverySpecMatches(conversion, signedValues);
+        expectEveryDirectiveMatches(conversion, signedValues);
     }
     for (const char conversion : {'u', 'o', 'x', 'X'}) {
-        expectEverySpecMatches(conversion, unsignedValues);
+        expectEveryDirectiveMatches(conversion, unsignedValues);
     }
-    expectEverySpecMatches('c', std::vector<int>{'a', 0, 255, ' '});
-    expectEverySpecMatches('s', std::vector<const char*>{"", "a", "a longer text of 28 letters", nullptr});
-    expectEverySpecMatches('p', std::vector<void*>{nullptr, reinterpret_cast<void*>(1),
+    expectEveryDirectiveMatches('c', std::vector<int>{'a', 0, 255, ' '});
+    expectEveryDirectiveMatches('s', std::vector<const char*>{"", "a", "a longer text of 28 letters", nullptr});
+    expectEveryDirectiveMatches('p', std::vector<void*>{nullptr, reinterpret_cast<void*>(1),
                                                    reinterpret_cast<void*>(0x7ffe1234),
                                                    reinterpret_cast<void*>(UINTPTR_MAX)});
 }
@@ -150,15 +150,15 @@ void expectLengthModifierMatches(const std::string& modifier, std::vector<Signed
                                              Signed(-1), Signed(0), Signed(1)});
     unsignedValues.insert(unsignedValues.end(), {std::numeric_limits<Unsigned>::max(), Unsigned(0), Unsigned(1),
                                                  Unsigned(std::numeric_limits<Unsigned>::max() / 2 + 1)});
-    for (const char* spec : {"%", "%+", "% ", "%#", "%-30", "%030", "%.25", "%+#.0", "%#-+ 026.24"}) {
+    for (const char* directive : {"%", "%+", "% ", "%#", "%-30", "%030", "%.25", "%+#.0", "%#-+ 026.24"}) {
         for (const char conversion : {'d', 'i'}) {
-            const std::string format = spec + modifier + conversion;
+            const std::string format = directive + modifier + conversion;
             for (const Signed value : signedValues) {
                 ASSERT_TRUE(sameAsLibc(64, format.c_str(), static_cast<SignedType>(value)));
             }
         }
         for (const char conversion : {'u', 'o', 'x', 'X'}) {
-            const std::string format = spec + modifier + conversion;
+            const std::string format = directive + modifier + conversion;
             for (const Unsigned value : unsignedValues) {
                 ASSERT_TRUE(sameAsLibc(64, format.c_str(), value));
             }
@@ -239,7 +239,7 @@ TEST(PrintfFormatTest, LeavesTheRestToVsnprintf)
         EXPECT_TRUE(sameAsLibc(size, "%*1$d|%1$d", 6));
         EXPECT_TRUE(sameAsLibc(size, "%'d %s", 1234567, "grouped"));
         EXPECT_TRUE(sameAsLibc(size, "%I d", 5));
-        // One each: a later spec that falls back would hide an earlier one taken wrongly.
+        // One each: a later directive that falls back would hide an earlier one taken wrongly.
         EXPECT_TRUE(sameAsLibc(size, "%ls", L"wide"));
         EXPECT_TRUE(sameAsLibc(size, "%lc", static_cast<wint_t>(0x20ac)));
         EXPECT_TRUE(sameAsLibc(size, "%hhc", 'a'));

@@ -102,37 +102,37 @@ CArgument starArgument(CInput& input)
     return {EType::INT, static_cast<int>(input.integer(2) % 5001) * (input.below(2) == 0 ? 1 : -1), nullptr};
 }
 
-// One conversion spec with its arguments; false when the arguments would not fit.
+// One directive with its arguments; false when the arguments would not fit.
 bool appendConversion(CInput& input, CCase& c)
 {
     static const char CONVERSIONS[] = "diuoxXcsp%myk";
     static const char* const LENGTHS[] = {"", "", "", "hh", "h", "l", "ll", "z", "j", "t", "L", "q", "Z"};
     const char conversion = CONVERSIONS[input.below(sizeof CONVERSIONS - 1)];
     const bool integer = std::strchr("diuoxX", conversion) != nullptr;
-    // Specs that read no value must not take '*' either: the C library might not read it then.
+    // Directives that read no value must not take '*' either: the C library might not read it then.
     const bool readsValue = integer || conversion == 'c' || conversion == 's' || conversion == 'p';
-    std::string spec = "%";
+    std::string directive = "%";
     const unsigned int flags = input.byte();
     for (unsigned int bit = 0; bit < 7; ++bit) {
         if ((flags & (1u << bit)) != 0) {
-            spec += "-+ #0'I"[bit];
+            directive += "-+ #0'I"[bit];
         }
     }
     std::vector<CArgument> arguments;
     const unsigned int width = input.below(4);
     if (width == 1) {
-        spec += fieldDigits(input);
+        directive += fieldDigits(input);
     } else if (width == 2 && readsValue) {
-        spec += '*';
+        directive += '*';
         arguments.push_back(starArgument(input));
     }
     const unsigned int precision = input.below(5);
     if (precision == 1) {
-        spec += '.';
+        directive += '.';
     } else if (precision == 2) {
-        spec += '.' + fieldDigits(input);
+        directive += '.' + fieldDigits(input);
     } else if (precision == 3 && readsValue) {
-        spec += ".*";
+        directive += ".*";
         arguments.push_back(starArgument(input));
     }
     // %s with a wide modifier would read a wide string: only the narrow ones for it.
@@ -140,7 +140,7 @@ bool appendConversion(CInput& input, CCase& c)
     if (conversion == 's' && length == "l") {
         return true;
     }
-    spec += length + conversion;
+    directive += length + conversion;
     if (integer) {
         const bool longLong = length == "ll" || length == "L" || length == "q";
         const bool isLong = length == "l" || length == "z" || length == "j" || length == "t" || length == "Z";
@@ -156,7 +156,7 @@ bool appendConversion(CInput& input, CCase& c)
     if (c.arguments.size() + arguments.size() > MAX_ARGUMENTS) {
         return false;
     }
-    c.format += spec;
+    c.format += directive;
     c.arguments.insert(c.arguments.end(), arguments.begin(), arguments.end());
     return true;
 }
