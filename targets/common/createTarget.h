@@ -1,5 +1,6 @@
 // Creation of a shipped target: the text of what its constructor throws is prefixed with the
-// target's kind and name, so the one syslog line names the target, the parameter and the value.
+// target's kind and name (name= or, by default, the kind), so the one syslog line names the
+// target, the parameter and the value.
 #pragma once
 
 #include <stdexcept>
@@ -8,11 +9,12 @@
 #include <vexlor/vexlor_target.h>
 
 template <typename Target>
-ILogTarget* createTarget(const CLogTargetParameters& parameters, const char* kind, const std::string& name)
+ILogTarget* createTarget(const CLogTargetParameters& parameters, const char* kind)
 {
     try {
         return new Target(parameters);
     } catch (const std::exception& e) {
-        throw std::runtime_error(std::string(kind) + " target \"" + name + "\": " + e.what());
+        throw std::runtime_error(std::string(kind) + " target \"" + targetParameter(parameters, "name", kind) +
+                                 "\": " + e.what());
     }
 }

@@ -61,7 +61,7 @@ class CConsoleTarget final : public CLogTargetBase {
 public:
     static ILogTarget* create(const CLogTargetParameters& parameters)
     {
-        return createTarget<CConsoleTarget>(parameters, "console", targetParameter(parameters, "name", "console"));
+        return createTarget<CConsoleTarget>(parameters, "console");
     }
 
     explicit CConsoleTarget(const CLogTargetParameters& parameters)

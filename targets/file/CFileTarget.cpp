@@ -40,7 +40,7 @@ class CFileTarget final : public CLogTargetBase {
 public:
     static ILogTarget* create(const CLogTargetParameters& parameters)
     {
-        return createTarget<CFileTarget>(parameters, "file", targetParameter(parameters, "name", "file"));
+        return createTarget<CFileTarget>(parameters, "file");
     }
 
     explicit CFileTarget(const CLogTargetParameters& parameters)

@@ -29,7 +29,7 @@ class CSyslogTarget final : public CLogTargetBase {
 public:
     static ILogTarget* create(const CLogTargetParameters& parameters)
     {
-        return createTarget<CSyslogTarget>(parameters, "syslog", targetParameter(parameters, "name", "syslog"));
+        return createTarget<CSyslogTarget>(parameters, "syslog");
     }
 
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
