@@ -172,9 +172,6 @@ void CVexlor::unlockComponents()
 
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
-    if (!vx::isEnabled(component, level)) {
-        return;
-    }
     char buffer[MESSAGE_BUFFER_SIZE];
     const std::size_t length = formatMessage(buffer, format, args);
     emit(component, level, buffer, length);

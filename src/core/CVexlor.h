@@ -48,7 +48,8 @@ public:
     void lockComponents();
     void unlockComponents();
 
-    // Records: messages, the syslog-style call, function tracing and hex dumps.
+    // Records: messages, the syslog-style call, function tracing and hex dumps. `log` formats and
+    // emits a record its caller has already let through the component's mask.
     void log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
         __attribute__((format(printf, 4, 0)));
     void vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)

@@ -27,9 +27,9 @@ extern "C" {
 
 void vexlor(vexlor_component* component, vexlor_level* level, const char* format, ...)
 {
-    // The filter that CVexlor::log starts with, before the instance or the arguments are touched.
-    // It needs nothing of the instance: a component comes from the registry or is the fallback
-    // component, so whoever holds one has made the main instance already.
+    // The only filter, before the instance or the arguments are touched. It needs nothing of the
+    // instance: a component comes from the registry or is the fallback component, so whoever
+    // holds one has made the main instance already.
     if (!vx::isEnabled(component, level)) {
         return;
     }
