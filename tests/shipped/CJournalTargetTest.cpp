@@ -1,8 +1,7 @@
 // The journal target writing to a journald stand-in that parses the native protocol: refusal
-// without a journal, every field, and counted losses.
+// without a journal, and every field.
 #include <cstring>
 #include <map>
-#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -43,7 +42,6 @@ CJournalEntry parseEntry(const std::string& datagram)
 }
 
 // Stands in for journald: a datagram socket at the journal's path, only inside withPrivateRun.
-// Its end closes the socket but leaves the file, as a stopped journald does.
 class CJournalStandIn {
 public:
     CJournalStandIn()
@@ -56,8 +54,6 @@ public:
         EXPECT_EQ(0, bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
     }
     ~CJournalStandIn() { close(m_fd); }
-    CJournalStandIn(const CJournalStandIn&) = delete;
-    CJournalStandIn& operator=(const CJournalStandIn&) = delete;
 
     // Waits for `count` entries, each in a datagram of its own (the records here are small); a
     // hang guard ends the wait early.
@@ -97,7 +93,7 @@ void withPrivateRun(const std::function<void()>& body)
 
 using CJournalTargetTest = CTargetFixture;
 
-TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItLost)
+TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
 {
     withPrivateRun([this] {
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
@@ -105,7 +101,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItL
                                     "directory (is systemd-journald running?)",
                                     LOG_ERR));
 
-        auto journal = std::make_unique<CJournalStandIn>();
+        CJournalStandIn journal;
         read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
         m_container.log(42, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
         log(VX_DEBUG, "filtered out by levels=");
@@ -120,19 +116,8 @@ TEST_F(CJournalTargetTest, SendsEveryFieldRefusesWithoutAJournalAndCountsWhatItL
              {"TID", tid}, {"VEXLOR_COMPONENT", "storage"}, {"VEXLOR_THREAD", "worker"}, {"VEXLOR_DEPTH", "0"}},
         };
         // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
-        EXPECT_EQ(expected, journal->receive(2));
+        EXPECT_EQ(expected, journal.receive(2));
 
-        journal.reset();
-        for (int i = 0; i < 3; ++i) {
-            log(VX_ERR, "lost");
-        }
-        journal = std::make_unique<CJournalStandIn>();
-        log(VX_ERR, "back");
-        ASSERT_EQ(1u, journal->receive(1).size());
-        EXPECT_EQ(1, m_syslog.count("journal target j: the journal takes no records - Connection refused; they are "
-                                    "lost until it does",
-                                    LOG_ERR));
-        EXPECT_EQ(1, m_syslog.count("journal target j: the journal takes records again; 3 records lost", LOG_NOTICE));
     });
 }
 
