@@ -1,5 +1,5 @@
 // The file target writing real files: lines, several files in one configuration, the application
-// name in the path, the buffer and its thread, and fork children.
+// name in the path, a file removed or moved, the buffer and its thread, and fork children.
 #include <unistd.h>
 
 #include "CFileTargetFixture.h"
@@ -30,6 +30,26 @@ TEST_F(CFileTargetTest, WritesEachRecordAsOneLineToEachFile)
     const std::string program = program_invocation_short_name;
     EXPECT_EQ(program + " up\n" + program + " slow\n", readFile(logPath(program + ".log")));
     EXPECT_EQ("player link\\ndown\n", readFile(logPath("player.log")));
+}
+
+// A removed file comes back at once; a moved one that nobody replaced, after a second (logrotate's
+// create: the logrotate tests).
+TEST_F(CFileTargetTest, MakesTheFileAgainAfterARemovalOrAMoveNobodyFollowedUp)
+{
+    const std::string path = logPath("a.log");
+    read(fileTarget("a.log", "pattern=%m"));
+    int next = 0;
+    for (const bool moved : {false, true}) {
+        ASSERT_EQ(0, moved ? std::rename(path.c_str(), logPath("a.log.1").c_str()) : std::remove(path.c_str()));
+        ASSERT_TRUE(waitUntil([&] {
+            logRecords(next++, 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            return std::filesystem::exists(path);
+        }));
+    }
+    logRecords(next, 1);
+    read("");
+    EXPECT_EQ(recordText(next), linesOf(path).back());
 }
 
 TEST_F(CFileTargetTest, BuffersUntilTheBufferFillsAnUrgentRecordComesTheTimerRunsOrItIsUnloaded)

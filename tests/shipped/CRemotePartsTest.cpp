@@ -1,11 +1,10 @@
-// The remote target's pieces without a network: the message format (header fields and their
-// limits, structured data and its escaping, UTF-8 rules, the datagram limit) and the record
-// queue. The framings are proven against rsyslogd.
+// The remote target's message format without a network: header fields and their limits,
+// structured data and its escaping, UTF-8 rules, the datagram limit. The framings, and the record
+// queue when full, are proven against rsyslogd.
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
 
-#include "CRecordQueue.h"
 #include "Rfc5424.h"
 
 namespace {
@@ -83,31 +82,6 @@ TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
     r.thread = std::string(600, 't');
     options.bom = false;
     EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z h player 4711 net - text", format(options, r));
-}
-
-TEST(CRecordQueueTest, DropsTheNewestWhenFullAndKeepsOrderAcrossWrapAround)
-{
-    CWaiter waiter;
-    CRecordQueue queue(3, waiter);
-    CQueuedRecord out;
-    unsigned long long dropped = 0;
-    std::string popped;
-    for (int round = 0; round < 4; ++round) {  // each round moves the ring's start by one
-        for (const char* text : {"a", "b", "c", "d", "e"}) {
-            queue.push(1, 0, 0, 0, 6, "app", "t", "c", "", text);
-        }
-        EXPECT_EQ(2u, queue.takeDropped());
-        for (int i = 0; i < 2 && queue.pop(out, dropped); ++i) {
-            popped += out.message;
-        }
-        queue.push(1, 0, 0, 0, 6, "app", "t", "c", "", "x");
-        while (queue.pop(out, dropped)) {
-            popped += out.message;
-        }
-        popped += "|";
-    }
-    EXPECT_EQ("abcx|abcx|abcx|abcx|", popped);
-    EXPECT_EQ(0u, dropped);
 }
 
 }  // namespace
