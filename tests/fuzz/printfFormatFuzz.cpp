@@ -86,7 +86,9 @@ bool appendDirective(CInput& in, std::string& format, std::vector<CArgument>& ar
     const unsigned int width = in.below(4);
     directive += width == 1 ? fieldDigits(in) : width == 2 && readsValue ? star() : "";
     const unsigned int precision = in.below(5);
-    directive += precision == 1 ? "." : precision == 2 ? "." + fieldDigits(in) : precision == 3 && readsValue ? ".*" : "";
+    directive += precision == 1   ? "."
+                 : precision == 2 ? "." + fieldDigits(in)
+                 : precision == 3 && readsValue ? ".*" : "";
     if (precision == 3 && readsValue) {
         star();
     }

@@ -26,7 +26,8 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactly)
         read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + ", pattern=%m" + buffer + "\n");
         const std::string who = "file target \"file\" (" + path + ")";
         const std::string reason = "write failed: No space left on device";
-        const std::string started = who + ": " + reason + "; records are lost until it works again (retried once a second)";
+        const std::string started =
+            who + ": " + reason + "; records are lost until it works again (retried once a second)";
 
         int next = 0;
         while (next < 5000 && !m_syslog.contains(started)) {

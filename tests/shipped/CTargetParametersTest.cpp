@@ -13,7 +13,8 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
     const std::string remote = VEXLOR_TEST_TARGET_REMOTE ", host=h, ";
     const std::string size = ": not a size from 1 to 1125899906842624 bytes (suffixes K, M, G)";
     const std::pair<std::string, std::string> cases[] = {
-        {VEXLOR_TEST_TARGET_FILE ", path=" + missing, "file target \"file\": path=" + missing + ": cannot open: No such file or directory"},
+        {VEXLOR_TEST_TARGET_FILE ", path=" + missing,
+         "file target \"file\": path=" + missing + ": cannot open: No such file or directory"},
         {VEXLOR_TEST_TARGET_FILE ", name=f", "file target \"f\": path=: missing (the file to write)"},
         {file + "mode=0800", "mode=0800: not an octal mode from 0 to 0777"},
         {file + "max-size=2T", "max-size=2T" + size},
@@ -23,7 +24,8 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {file + "pattern=%q", "pattern=%q: unknown token %q"},
         {file + "pattern=50%", "pattern=50%: a lone % at the end"},
         {file + "time=gmt", "time=gmt: not local or utc"},
-        {VEXLOR_TEST_TARGET_CONSOLE ", stream=stdlog", "console target \"console\": stream=stdlog: not stderr or stdout"},
+        {VEXLOR_TEST_TARGET_CONSOLE ", stream=stdlog",
+         "console target \"console\": stream=stdlog: not stderr or stdout"},
         {VEXLOR_TEST_TARGET_CONSOLE ", levels=warn-", "levels=warn-: \"warn-\" is not a level"},
         {VEXLOR_TEST_TARGET_SYSLOG ", facility=kernel", "syslog target \"syslog\": facility=kernel: unknown facility "
                                                         "\"kernel\" (user, daemon, local0 to local7)"},
