@@ -1,13 +1,13 @@
 // Fuzzes the configuration read: the input is written as the configuration file and read the way
 // the container reads it, with `target` lines split as the container splits them and `component`
 // lines turned into masks; then the same file through the reader's table mode.
+#include <cctype>
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
+#include <fstream>
 #include <map>
 #include <string>
 #include <syslog.h>
-#include <unistd.h>
 #include <vexlor/cfread.h>
 
 #include "config/CConfigRead.h"
@@ -15,6 +15,8 @@
 #include "targets/targetLine.h"
 
 namespace {
+
+std::string directory;
 
 bool untrimmed(const std::string& text)
 {
@@ -26,6 +28,7 @@ class CClient final : public IConfigReadClient, public IComponentCfgUpdateSink {
 public:
     void lock() override {}
     void unlock() override {}
+    bool sweepTargets() override { return false; }
 
     int onTargetLine(const std::string& key, const std::string& value) override
     {
@@ -36,7 +39,6 @@ public:
         }
         return 0;
     }
-    bool sweepTargets() override { return false; }
 
     int updateComponentLevel(const std::string& name, const std::string& bits) override
     {
@@ -50,38 +52,29 @@ public:
     unsigned int mask = 0;
 };
 
-std::string directory()
-{
-    static const std::string path = [] {
-        char pattern[] = "/tmp/vexlor-fuzz-XXXXXX";
-        if (mkdtemp(pattern) == nullptr) {
-            std::abort();
-        }
-        return std::string(pattern);
-    }();
-    return path;
-}
-
 }  // namespace
 
 // The read reports every entry at debug priority; a syslog line per entry would be most of the time.
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     setlogmask(LOG_UPTO(LOG_INFO));
+    char pattern[] = "/tmp/vexlor-fuzz-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) {
+        std::abort();
+    }
+    directory = pattern;
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::string file = CConfigRead::defaultFile(directory());
-    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size) || close(fd) != 0) {
+    const std::string file = CConfigRead::defaultFile(directory);
+    if (!(std::ofstream(file, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data),
+                                                                         static_cast<std::streamsize>(size)))) {
         std::abort();
     }
-
     CClient client;
-    CConfigRead read(client, &client);
-    read.run(directory(), "fuzz");
+    CConfigRead(client, &client).run(directory, "fuzz");
 
     if (cfread_handle* handle = cfread_open(file.c_str())) {
         cfread_find_entry(handle, "component");

@@ -1,17 +1,15 @@
-// Fuzzes the message formatter against the C library's vsnprintf. The input bytes are decoded into
-// a format, the arguments its conversions read (each of the type the conversion reads, never one
-// for %n or a positional argument), a buffer size and errno; the bytes and results must be equal.
+// Fuzzes the message formatter against the C library's vsnprintf. The input bytes choose a format
+// of literal text and directives, the arguments its conversions read (each of the type the
+// conversion reads, never one for %n or a positional argument), a buffer size and errno; the
+// bytes and results must be equal.
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <type_traits>
 #include <vector>
 
-#include "core/printfFormat.h"
 #include "../core/formatBoth.h"
 
 // Length modifiers z, j and t read a long here, which is their type's size and class on x86-64.
@@ -22,16 +20,102 @@ static_assert(sizeof(long) == 8 && std::is_same_v<std::intmax_t, long> && std::i
 
 namespace {
 
-// At most this many arguments per format: each is a template level of callWith().
-constexpr std::size_t MAX_ARGUMENTS = 5;
-
-enum class EType { INT, LONG, LONG_LONG, POINTER };
+constexpr std::size_t MAX_ARGUMENTS = 5;  // each is a template level of callWith()
 
 struct CArgument {
-    EType type;
+    char type;  // 'i' int, 'l' long, 'L' long long, 'p' pointer
     long long integer;
     const char* pointer;
 };
+
+struct CInput {
+    const std::uint8_t* data;
+    std::size_t size;
+    std::size_t used = 0;
+    unsigned int byte() { return used < size ? data[used++] : 0; }
+    unsigned int below(unsigned int bound) { return byte() % bound; }
+    long long integer(int bytes)
+    {
+        unsigned long long value = 0;
+        while (bytes-- > 0) {
+            value = value << 8 | byte();
+        }
+        return static_cast<long long>(value);
+    }
+};
+
+// Values at the formatter's edges turn up more often than random bytes would bring them.
+long long integerArgument(CInput& in)
+{
+    static const long long EDGES[] = {0,         -1,        8,          10,        99,       255,     -128,
+                                      65535,     INT32_MAX, INT32_MIN,  UINT32_MAX, INT64_MAX, INT64_MIN};
+    const unsigned int choice = in.below(4);
+    return choice == 0 ? EDGES[in.below(std::size(EDGES))] : in.integer(choice == 1 ? 1 : choice == 2 ? 4 : 8);
+}
+
+// A width or precision: small, or around the 2047-character cut and the formatter's own limits.
+std::string fieldDigits(CInput& in)
+{
+    static const int LARGE[] = {2040, 2047, 2048, 4095, 4096, 5000};
+    return std::to_string(in.below(4) == 0 ? LARGE[in.below(6)] : static_cast<int>(in.below(40)));
+}
+
+// One directive and its arguments; false when they would not fit.
+bool appendDirective(CInput& in, std::string& format, std::vector<CArgument>& arguments)
+{
+    static const char* const LENGTHS[] = {"", "", "", "hh", "h", "l", "ll", "z", "j", "t", "L", "q", "Z"};
+    static const char* const TEXTS[] = {"", "a", "text", "\xff\x80 high bytes", nullptr};
+    static const std::string LONG_TEXT(3000, 'L');
+    const char conversion = "diuoxXcsp%myk"[in.below(13)];
+    const bool integer = std::strchr("diuoxX", conversion) != nullptr;
+    // Directives that read no value take no '*' either: the C library might not read it then.
+    const bool readsValue = integer || std::strchr("csp", conversion) != nullptr;
+    std::vector<CArgument> taken;
+    // Small, negative or beyond the formatter's limit, never near INT_MAX: the C library takes
+    // seconds to count a field that wide.
+    auto star = [&] {
+        taken.push_back({'i', static_cast<int>(in.integer(2) % 5001) * (in.below(2) == 0 ? 1 : -1), nullptr});
+        return std::string("*");
+    };
+    std::string directive = "%";
+    for (unsigned int flags = in.byte(), bit = 0; bit < 7; ++bit) {
+        if ((flags >> bit & 1) != 0) {
+            directive += "-+ #0'I"[bit];
+        }
+    }
+    const unsigned int width = in.below(4);
+    directive += width == 1 ? fieldDigits(in) : width == 2 && readsValue ? star() : "";
+    const unsigned int precision = in.below(5);
+    directive += precision == 1   ? "."
+                 : precision == 2 ? "." + fieldDigits(in)
+                 : precision == 3 && readsValue ? ".*" : "";
+    if (precision == 3 && readsValue) {
+        star();
+    }
+    // %s with a wide length would read a wide string: only the narrow ones for it.
+    const std::string length = LENGTHS[in.below(conversion == 's' ? 5 : std::size(LENGTHS))];
+    directive += length + conversion;
+    if (integer) {
+        const char type = length == "ll" || length == "L" || length == "q"                                      ? 'L'
+                          : length == "l" || length == "z" || length == "j" || length == "t" || length == "Z" ? 'l'
+                                                                                                                : 'i';
+        const long long value = integerArgument(in);
+        taken.push_back({type, type == 'i' ? static_cast<int>(value) : value, nullptr});
+    } else if (conversion == 'c') {
+        taken.push_back({'i', static_cast<int>(integerArgument(in)), nullptr});  // a wint_t with l
+    } else if (conversion == 's') {
+        const unsigned int choice = in.below(6);
+        taken.push_back({'p', 0, choice == 5 ? LONG_TEXT.c_str() : TEXTS[choice]});
+    } else if (conversion == 'p') {
+        taken.push_back({'p', 0, reinterpret_cast<const char*>(integerArgument(in))});
+    }
+    if (arguments.size() + taken.size() > MAX_ARGUMENTS) {
+        return false;
+    }
+    format += directive;
+    arguments.insert(arguments.end(), taken.begin(), taken.end());
+    return true;
+}
 
 struct CCase {
     std::string format;
@@ -39,151 +123,6 @@ struct CCase {
     std::size_t size = 0;
     int errnoValue = 0;
 };
-
-class CInput {
-public:
-    CInput(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
-    bool empty() const { return m_used == m_size; }
-    unsigned int byte() { return empty() ? 0 : m_data[m_used++]; }
-    unsigned int below(unsigned int bound) { return byte() % bound; }
-    long long integer(unsigned int bytes)
-    {
-        unsigned long long value = 0;
-        for (unsigned int i = 0; i < bytes; ++i) {
-            value = value << 8 | byte();
-        }
-        return static_cast<long long>(value);
-    }
-
-private:
-    const std::uint8_t* const m_data;
-    const std::size_t m_size;
-    std::size_t m_used = 0;
-};
-
-const std::string& longText()
-{
-    static const std::string text(3000, 'L');
-    return text;
-}
-
-// Values that meet the formatter's edges more often than random bytes would.
-long long integerArgument(CInput& input, EType type)
-{
-    static const long long EDGES[] = {0, 1, -1, 7, 8, 10, 16, 99, 100, 255, 256, -128, 32767, -32768, 65535,
-                                      INT32_MAX, INT32_MIN, UINT32_MAX, INT64_MAX, INT64_MIN};
-    const unsigned int choice = input.below(4);
-    const long long value = choice == 0 ? EDGES[input.below(sizeof EDGES / sizeof EDGES[0])]
-                                        : input.integer(choice == 1 ? 1 : choice == 2 ? 4 : 8);
-    return type == EType::INT ? static_cast<int>(value) : value;
-}
-
-const char* stringArgument(CInput& input)
-{
-    static const char* const TEXTS[] = {"", "a", "text", "replica", "\xff\x80 high bytes", nullptr};
-    const unsigned int choice = input.below(8);
-    if (choice == 7) {
-        return longText().c_str();
-    }
-    return TEXTS[choice % (sizeof TEXTS / sizeof TEXTS[0])];
-}
-
-std::string fieldDigits(CInput& input)
-{
-    static const int LARGE[] = {2040, 2047, 2048, 2060, 4095, 4096, 5000};
-    const unsigned int choice = input.below(4);
-    return std::to_string(choice == 0 ? static_cast<int>(LARGE[input.below(7)]) : static_cast<int>(input.below(40)));
-}
-
-// A '*' argument: small, negative or beyond the formatter's own limit, but never near INT_MAX
-// (the C library takes seconds to count a field that wide).
-CArgument starArgument(CInput& input)
-{
-    return {EType::INT, static_cast<int>(input.integer(2) % 5001) * (input.below(2) == 0 ? 1 : -1), nullptr};
-}
-
-// One directive with its arguments; false when the arguments would not fit.
-bool appendConversion(CInput& input, CCase& c)
-{
-    static const char CONVERSIONS[] = "diuoxXcsp%myk";
-    static const char* const LENGTHS[] = {"", "", "", "hh", "h", "l", "ll", "z", "j", "t", "L", "q", "Z"};
-    const char conversion = CONVERSIONS[input.below(sizeof CONVERSIONS - 1)];
-    const bool integer = std::strchr("diuoxX", conversion) != nullptr;
-    // Directives that read no value must not take '*' either: the C library might not read it then.
-    const bool readsValue = integer || conversion == 'c' || conversion == 's' || conversion == 'p';
-    std::string directive = "%";
-    const unsigned int flags = input.byte();
-    for (unsigned int bit = 0; bit < 7; ++bit) {
-        if ((flags & (1u << bit)) != 0) {
-            directive += "-+ #0'I"[bit];
-        }
-    }
-    std::vector<CArgument> arguments;
-    const unsigned int width = input.below(4);
-    if (width == 1) {
-        directive += fieldDigits(input);
-    } else if (width == 2 && readsValue) {
-        directive += '*';
-        arguments.push_back(starArgument(input));
-    }
-    const unsigned int precision = input.below(5);
-    if (precision == 1) {
-        directive += '.';
-    } else if (precision == 2) {
-        directive += '.' + fieldDigits(input);
-    } else if (precision == 3 && readsValue) {
-        directive += ".*";
-        arguments.push_back(starArgument(input));
-    }
-    // %s with a wide modifier would read a wide string: only the narrow ones for it.
-    const std::string length = LENGTHS[input.below(conversion == 's' ? 5 : sizeof LENGTHS / sizeof LENGTHS[0])];
-    if (conversion == 's' && length == "l") {
-        return true;
-    }
-    directive += length + conversion;
-    if (integer) {
-        const bool longLong = length == "ll" || length == "L" || length == "q";
-        const bool isLong = length == "l" || length == "z" || length == "j" || length == "t" || length == "Z";
-        const EType type = longLong ? EType::LONG_LONG : isLong ? EType::LONG : EType::INT;
-        arguments.push_back({type, integerArgument(input, type), nullptr});
-    } else if (conversion == 'c') {
-        arguments.push_back({EType::INT, integerArgument(input, EType::INT), nullptr});  // wint_t with l
-    } else if (conversion == 's') {
-        arguments.push_back({EType::POINTER, 0, stringArgument(input)});
-    } else if (conversion == 'p') {
-        arguments.push_back({EType::POINTER, 0, reinterpret_cast<const char*>(integerArgument(input, EType::LONG))});
-    }
-    if (c.arguments.size() + arguments.size() > MAX_ARGUMENTS) {
-        return false;
-    }
-    c.format += directive;
-    c.arguments.insert(c.arguments.end(), arguments.begin(), arguments.end());
-    return true;
-}
-
-CCase decode(CInput& input)
-{
-    CCase c;
-    const unsigned int sizeChoice = input.below(4);
-    c.size = sizeChoice == 0 ? 2048 : sizeChoice == 1 ? input.below(16) : input.integer(2) % 4096;
-    c.errnoValue = static_cast<int>(input.below(40));
-    while (!input.empty() && c.format.size() < 4000) {
-        if (input.below(3) == 0) {
-            // Literal text, or a run long enough to cross the cut.
-            const unsigned int count = input.below(12);
-            for (unsigned int i = 0; i < count; ++i) {
-                const char ch = static_cast<char>(input.byte());
-                c.format += ch == '%' ? "%%" : ch == '\0' ? "0" : std::string(1, ch);
-            }
-            if (input.below(16) == 0) {
-                c.format += std::string(input.integer(2) % 2100, '-');
-            }
-        } else if (!appendConversion(input, c)) {
-            break;
-        }
-    }
-    return c;
-}
 
 template <typename... Args>
 void compare(const CCase& c, Args... args)
@@ -196,10 +135,8 @@ void compare(const CCase& c, Args... args)
     errno = c.errnoValue;
     const int actualResult = ours(actual.data(), c.size, c.format.c_str(), args...);
     // After a failure only the terminated text is the C library's to define.
-    const bool same = expectedResult == actualResult &&
-                      (expectedResult >= 0 ? expected == actual
-                                           : c.size == 0 || std::strcmp(expected.data(), actual.data()) == 0);
-    if (!same) {
+    if (expectedResult != actualResult || (expectedResult >= 0 ? expected != actual
+                                           : c.size != 0 && std::strcmp(expected.data(), actual.data()) != 0)) {
         std::fprintf(stderr, "format \"%s\", %zu bytes: %d \"%.*s\", the C library %d \"%.*s\"\n", c.format.c_str(),
                      c.size, actualResult, static_cast<int>(c.size), actual.data(), expectedResult,
                      static_cast<int>(c.size), expected.data());
@@ -209,21 +146,20 @@ void compare(const CCase& c, Args... args)
 
 // Passes the decoded arguments, each with its own type, by adding one typed argument per level.
 template <typename... Args>
-void callWith(const CCase& c, std::size_t next, Args... args)
+void callWith(const CCase& c, Args... args)
 {
-    if constexpr (sizeof...(Args) == MAX_ARGUMENTS) {
+    constexpr std::size_t next = sizeof...(Args);
+    if constexpr (next == MAX_ARGUMENTS) {
+        compare(c, args...);
+    } else if (next == c.arguments.size()) {
         compare(c, args...);
     } else {
-        if (next == c.arguments.size()) {
-            compare(c, args...);
-            return;
-        }
-        const CArgument& argument = c.arguments[next];
-        switch (argument.type) {
-        case EType::INT: callWith(c, next + 1, args..., static_cast<int>(argument.integer)); break;
-        case EType::LONG: callWith(c, next + 1, args..., static_cast<long>(argument.integer)); break;
-        case EType::LONG_LONG: callWith(c, next + 1, args..., argument.integer); break;
-        case EType::POINTER: callWith(c, next + 1, args..., argument.pointer); break;
+        const CArgument& a = c.arguments[next];
+        switch (a.type) {
+        case 'i': callWith(c, args..., static_cast<int>(a.integer)); break;
+        case 'l': callWith(c, args..., static_cast<long>(a.integer)); break;
+        case 'L': callWith(c, args..., a.integer); break;
+        default: callWith(c, args..., a.pointer); break;
         }
     }
 }
@@ -232,8 +168,25 @@ void callWith(const CCase& c, std::size_t next, Args... args)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    CInput input(data, size);
-    const CCase c = decode(input);
-    callWith(c, 0);
+    CInput in{data, size};
+    CCase c;
+    const unsigned int sizeChoice = in.below(4);
+    c.size = sizeChoice == 0 ? 2048 : sizeChoice == 1 ? in.below(16) : static_cast<std::size_t>(in.integer(2) % 4096);
+    c.errnoValue = static_cast<int>(in.below(40));
+    while (in.used < in.size && c.format.size() < 4000) {
+        if (in.below(3) == 0) {
+            // Literal text, now and then a run long enough to cross the cut.
+            for (unsigned int count = in.below(12); count > 0; --count) {
+                const char ch = static_cast<char>(in.byte());
+                c.format += ch == '%' ? "%%" : ch == '\0' ? "0" : std::string(1, ch);
+            }
+            if (in.below(16) == 0) {
+                c.format += std::string(static_cast<std::size_t>(in.integer(2) % 2100), '-');
+            }
+        } else if (!appendDirective(in, c.format, c.arguments)) {
+            break;
+        }
+    }
+    callWith(c);
     return 0;
 }

@@ -1,8 +1,9 @@
 // The console target writing to real pipes and a real pseudo-terminal put in place of standard
-// error or output: lines, levels, the colour policy, and a closed pipe that must neither kill the
+// error or output: the colour policy and colours, and a closed pipe that must neither kill the
 // program nor go unreported. Each test case runs in a process of its own, so the environment it
 // changes needs no restoring.
 #include <csignal>
+#include <cstring>
 #include <poll.h>
 #include <pty.h>
 #include <syslog.h>
@@ -40,39 +41,25 @@ std::string drain(int fd)
     return text;
 }
 
-// Standard error, the default, is the stream of the other tests.
-TEST_F(CConsoleTargetTest, WritesOneLinePerRecordOfItsLevelsToTheChosenStream)
-{
-    int fds[2];
-    ASSERT_EQ(0, pipe(fds));
-    {
-        CRedirect redirect(STDOUT_FILENO, fds[1]);
-        read(TARGET + ", stream=stdout, color=always, pattern=%l %m, levels=warn trace\n");
-        log(VX_ERR, "filtered out");
-        log(VX_WARN, "first\nsecond");
-        log(VX_ENTERLEAVE, "entering");
-        read("");
-    }
-    EXPECT_EQ("\033[33mWARN first\\nsecond\033[0m\n\033[36mTRACE entering\033[0m\n", drain(fds[0]));
-    read(TARGET + ", stream=stdlog\n");
-    EXPECT_TRUE(m_syslog.contains("console target \"console\": stream=stdlog: not stderr or stdout", LOG_ERR));
-}
-
-// color=auto colours only a terminal with a usable TERM while NO_COLOR is unset or empty.
+// color=auto colours only a terminal with a usable TERM while NO_COLOR is unset or empty; each
+// level its colour; standard error unless stream=stdout.
 TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 {
     struct {
-        const char* color;
+        const char* parameters;
         const char* term;     // null: unset
         const char* noColor;  // null: unset
         bool terminal;
         bool coloured;
     } const cases[] = {
-        {"auto", "xterm", nullptr, true, true},  {"auto", "xterm", "", true, true},
-        {"auto", "xterm", "1", true, false},     {"auto", "dumb", nullptr, true, false},
-        {"auto", nullptr, nullptr, true, false}, {"auto", "xterm", nullptr, false, false},
-        {"always", "dumb", "1", false, true},    {"never", "xterm", nullptr, true, false},
+        {"", "xterm", nullptr, true, true},          {"", "xterm", "", true, true},
+        {"", "xterm", "1", true, false},             {"", "dumb", nullptr, true, false},
+        {"", nullptr, nullptr, true, false},         {"color=auto", "xterm", nullptr, false, false},
+        {"color=always", "dumb", "1", false, true},  {"color=never", "xterm", nullptr, true, false},
+        {"stream=stdout, color=always", nullptr, nullptr, false, true},
     };
+    const std::string colours = "\033[1;31m0\033[0m\n\033[1;31m2\033[0m\n\033[31m3\033[0m\n\033[33m4\033[0m\n"
+                                "\033[1m5\033[0m\n6\n\033[2m7\033[0m\n\033[36m8\033[0m\n";
     for (const auto& c : cases) {
         c.term != nullptr ? setenv("TERM", c.term, 1) : unsetenv("TERM");
         c.noColor != nullptr ? setenv("NO_COLOR", c.noColor, 1) : unsetenv("NO_COLOR");
@@ -81,14 +68,17 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
         cfmakeraw(&raw);  // no carriage return added to the line feed
         ASSERT_EQ(0, c.terminal ? openpty(&fds[0], &fds[1], nullptr, &raw, nullptr) : pipe(fds));
         {
-            CRedirect redirect(STDERR_FILENO, fds[1]);
-            read(TARGET + ", color=" + c.color + ", pattern=%m\n");
-            log(VX_WARN, "w");
+            CRedirect redirect(std::strstr(c.parameters, "stdout") ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
+            read(TARGET + ", pattern=%L, levels=0 2-8, " + c.parameters + "\n");
+            for (vexlor_level* level : {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG,
+                                        VX_ENTERLEAVE}) {
+                log(level, "");
+            }
             read("");
         }
-        EXPECT_EQ(c.coloured ? "\033[33mw\033[0m\n" : "w\n", drain(fds[0]))
-            << c.color << " TERM=" << (c.term ? c.term : "(unset)") << " NO_COLOR=" << (c.noColor ? c.noColor : "(unset)")
-            << (c.terminal ? " terminal" : " pipe");
+        EXPECT_EQ(c.coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0]))
+            << c.parameters << " TERM=" << (c.term ? c.term : "(unset)")
+            << " NO_COLOR=" << (c.noColor ? c.noColor : "(unset)") << (c.terminal ? " terminal" : " pipe");
         close(fds[0]);
         close(fds[1]);
     }

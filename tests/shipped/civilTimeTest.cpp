@@ -6,29 +6,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <thread>
+#include <tuple>
+#include <vector>
 #include <unistd.h>
 
 #include "civilTime.h"
-
-namespace {
-
-void expectSameAsLibc(long long seconds, bool utc)
-{
-    const auto when = static_cast<std::time_t>(seconds);
-    std::tm expected{};
-    ASSERT_NE(nullptr, utc ? gmtime_r(&when, &expected) : localtime_r(&when, &expected));
-    std::tm got{};
-    ASSERT_TRUE(vx::civilTime(seconds, utc, got)) << seconds;
-    EXPECT_EQ(expected.tm_year, got.tm_year) << seconds;
-    EXPECT_EQ(expected.tm_mon, got.tm_mon) << seconds;
-    EXPECT_EQ(expected.tm_mday, got.tm_mday) << seconds;
-    EXPECT_EQ(expected.tm_hour, got.tm_hour) << seconds;
-    EXPECT_EQ(expected.tm_min, got.tm_min) << seconds;
-    EXPECT_EQ(expected.tm_sec, got.tm_sec) << seconds;
-    EXPECT_EQ(expected.tm_gmtoff, got.tm_gmtoff) << seconds;
-}
-
-}  // namespace
 
 TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSaving)
 {
@@ -36,17 +18,27 @@ TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSavi
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
     const bool wide = sizeof(std::time_t) == 8;
+    std::vector<long long> times = {0, -1, 951782400LL, 4107542400LL, 2147483647LL};
+    for (long long t = wide ? -62135596800LL : -2147483647LL; t < (wide ? 253402300799LL : 2147483647LL);
+         t += wide ? 86399LL * 37 : 86399LL * 3) {
+        times.push_back(t);
+    }
+    // Around a switch to summer time (2024-03-31 01:00 UTC), minute by minute.
+    for (long long t = 1711846800LL - 3600; t < 1711846800LL + 3600; t += 59) {
+        times.push_back(t);
+    }
     for (bool utc : {true, false}) {
-        for (long long seconds = wide ? -62135596800LL : -2147483647LL; seconds < (wide ? 253402300799LL : 2147483647LL);
-             seconds += wide ? 86399LL * 37 : 86399LL * 3) {
-            expectSameAsLibc(seconds, utc);
-        }
-        // Around a switch to summer time (2024-03-31 01:00 UTC), minute by minute.
-        for (long long seconds = 1711846800LL - 3600; seconds < 1711846800LL + 3600; seconds += 59) {
-            expectSameAsLibc(seconds, utc);
-        }
-        for (long long seconds : {0LL, -1LL, 951782400LL, 4107542400LL, 2147483647LL}) {
-            expectSameAsLibc(seconds, utc);
+        for (long long t : times) {
+            const auto when = static_cast<std::time_t>(t);
+            std::tm expected{};
+            std::tm got{};
+            ASSERT_NE(nullptr, utc ? gmtime_r(&when, &expected) : localtime_r(&when, &expected));
+            ASSERT_TRUE(vx::civilTime(t, utc, got)) << t;
+            EXPECT_EQ(std::make_tuple(expected.tm_year, expected.tm_mon, expected.tm_mday, expected.tm_hour,
+                                      expected.tm_min, expected.tm_sec, expected.tm_gmtoff),
+                      std::make_tuple(got.tm_year, got.tm_mon, got.tm_mday, got.tm_hour, got.tm_min, got.tm_sec,
+                                      got.tm_gmtoff))
+                << t << (utc ? " UTC" : " local");
         }
     }
     std::tm parts{};
@@ -62,28 +54,17 @@ TEST(CivilTimeTest, ForkChildConvertsWhileTheParentsOtherThreadHeldTheLock)
             gmtime_r(&now, &parts);  // holds the C library's lock most of the time
         }
     });
-    int hung = 0;
     for (int child = 0; child < 20; ++child) {
         const pid_t pid = fork();
         if (pid == 0) {
+            alarm(5);  // a hang ends the child by SIGALRM
             std::tm parts{};
             _exit(vx::civilTime(1700000000LL, true, parts) ? 0 : 1);
         }
         int status = -1;
-        int waited = 0;
-        while (waitpid(pid, &status, WNOHANG) == 0 && waited < 500) {
-            usleep(10000);
-            ++waited;
-        }
-        if (waited == 500) {
-            ++hung;
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-        } else {
-            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-        }
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child " << child;
     }
     stop = true;
     converter.join();
-    EXPECT_EQ(0, hung);
 }

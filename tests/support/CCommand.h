@@ -13,23 +13,19 @@ struct CCommandResult {
 };
 
 // `asUid` >= 0 runs the program as that user and group (the test must be root). A program that
-// has not ended after the limit is killed (a hang guard, never a speed check).
-CCommandResult runCommand(const std::vector<std::string>& argv, const std::string& input = std::string(),
-                          int asUid = -1);
+// has not ended after a minute is killed (a hang guard, never a speed check).
+CCommandResult runCommand(const std::vector<std::string>& argv, int asUid = -1);
 
 class CChildProcess {
 public:
     explicit CChildProcess(const std::vector<std::string>& argv);
-    // Closes its input and waits for it; kills it if it does not end.
-    ~CChildProcess();
+    ~CChildProcess() { finish(); }
     CChildProcess(const CChildProcess&) = delete;
     CChildProcess& operator=(const CChildProcess&) = delete;
 
     pid_t pid() const { return m_pid; }
-    // One line of its output without the line feed; empty at its end or after the limit.
-    std::string readLine();
-    // Closes its input and returns its exit status (as CCommandResult::status).
-    int finish();
+    std::string readLine();  // without the line feed; empty at its end
+    int finish();            // closes its input, waits, returns the status as CCommandResult's
 
 private:
     pid_t m_pid = -1;

@@ -23,20 +23,17 @@ const char TEMPLATE[] =
     "%pri%\t%protocol-version%\t%timereported:::date-rfc3339%\t%hostname%\t%app-name%\t%procid%\t%msgid%\t"
     "%structured-data%\t%msg%\t%rawmsg%\n";
 
-// Binds (or connects) a new socket of `type` to `address`:`port` (numeric IPv4 or IPv6); returns
-// 0 or the errno of the failure, and in `port` the port the socket had.
+// Binds (or connects) a new socket of `type` to `address`:`port`; returns 0 or the errno of the
+// failure, and in `port` the port the socket had.
 int tryAddress(const std::string& address, int& port, int type, bool connectIt)
 {
     addrinfo hints{};
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
     hints.ai_socktype = type;
     addrinfo* found = nullptr;
-    if (getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) {
-        return EINVAL;
-    }
+    getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found);
     const int fd = socket(found->ai_family, type | SOCK_CLOEXEC, 0);
-    const int result = (connectIt ? connect(fd, found->ai_addr, found->ai_addrlen)
-                                  : bind(fd, found->ai_addr, found->ai_addrlen)) == 0 ? 0 : errno;
+    const int result = (connectIt ? connect : bind)(fd, found->ai_addr, found->ai_addrlen) == 0 ? 0 : errno;
     freeaddrinfo(found);
     sockaddr_storage bound{};
     socklen_t length = sizeof bound;
@@ -54,13 +51,6 @@ void run(const std::string& command)
 }
 
 }  // namespace
-
-int freePort(const std::string& address, int type)
-{
-    int port = 0;
-    tryAddress(address, port, type, false);
-    return port;
-}
 
 CTestCertificates::CTestCertificates(const std::string& directory)
     : ca(directory + "/ca.pem")
@@ -86,8 +76,9 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     : m_directory(directory)
     , m_input(input)
     , m_address(address)
-    , m_port(freePort(address, input == CInput::UDP ? SOCK_DGRAM : SOCK_STREAM))
+    , m_port(0)
 {
+    tryAddress(address, m_port, input == CInput::UDP ? SOCK_DGRAM : SOCK_STREAM, false);
     std::ostringstream config;
     config << "global(workDirectory=\"" << directory << "\"";
     if (input == CInput::TLS) {

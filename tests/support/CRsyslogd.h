@@ -56,6 +56,3 @@ private:
     int m_port;
     pid_t m_pid = -1;
 };
-
-// A port on `address` that nothing uses at the moment, for `type` (SOCK_STREAM or SOCK_DGRAM).
-int freePort(const std::string& address, int type);

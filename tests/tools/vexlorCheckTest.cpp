@@ -16,30 +16,28 @@ const std::string FILE_TARGET = VEXLOR_TEST_TARGET_FILE;
 const std::string SYSLOG_TARGET = VEXLOR_TEST_TARGET_SYSLOG;
 const std::string APPLICATION = "<the program's application name>";
 
-class VexlorCheckTest : public ::testing::Test {
-protected:
-    CCommandResult check(const std::string& content, std::vector<std::string> options = {},
-                         const std::string& name = "vexlor.cfg")
-    {
-        options.insert(options.begin(), VEXLOR_TEST_VEXLOR_CHECK);
-        options.push_back(m_dir.write(name, content));
-        return runCommand(options);
-    }
-
-    CTempDir m_dir;
-};
-
 struct CCase {
     const char* kind;
     std::string content;
     std::vector<std::string> options;
     int status;
     std::string expected;  // part of the output
+    std::string name = "vexlor.cfg";
+    mode_t mode = 0600;
 };
+
+using VexlorCheckTest = ::testing::Test;
 
 TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
 {
-    const std::string out = m_dir.file("out.tsv");
+    CTempDir dir;
+    const std::string out = dir.file("out.tsv");
+    // What lets other users in: a world-writable library, file and directory.
+    const std::string library = dir.file("libcopy.so");
+    std::filesystem::copy_file(FILE_TARGET, library);
+    chmod(library.c_str(), 0666);
+    mkdir(dir.file("open").c_str(), 0700);
+    chmod(dir.file("open").c_str(), 0777);
     const std::vector<CCase> cases = {
         {"component mask", "component = net , 0001 1111\n", {}, 0,
          "  line 1: component net = 0x0000001f  EMERG ALERT CRIT ERR WARN\n  0 error(s), 0 warning(s)\n"},
@@ -85,57 +83,40 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
         {"load: one name twice", "target = " + testpaths::recorder() + ", name=x\ntarget = " + testpaths::recorderTwin() +
              ", name=x\n", {"--load"}, 0,
          "  line 2: warning: a target named \"x\" is already loaded by another line: programs refuse this one"},
+        {"world-writable library", "target = " + library + "\n", {"--strict"}, 1,
+         "  line 1: warning: \"" + library + "\" is world-writable: any user could replace the library that every "
+         "program loads\n"},
+        {"world-writable file", "", {}, 0, "is world-writable: any user could make every program load a library of "
+         "their choice\n", "vexlor.cfg", 0666},
+        {"world-writable directory", "", {}, 0,
+         "  warning: it lies in the world-writable directory \"" + dir.file("open") + "\"", "open/vexlor.cfg"},
+        {"empty application file", "", {"--strict"}, 1,
+         "  warning: a per-application file that names no target and no component", "vexlor-player.cfg"},
     };
     for (const CCase& each : cases) {
-        const CCommandResult result = check(each.content, each.options);
+        std::vector<std::string> argv = each.options;
+        argv.insert(argv.begin(), VEXLOR_TEST_VEXLOR_CHECK);
+        argv.push_back(dir.write(each.name, each.content));
+        chmod(argv.back().c_str(), each.mode);
+        const CCommandResult result = runCommand(argv);
         EXPECT_EQ(each.status, result.status) << each.kind << "\n" << result.out << result.err;
         EXPECT_THAT(result.out, HasSubstr(each.expected)) << each.kind;
         EXPECT_THAT(result.out, HasSubstr("Edit in place so that running programs read the file again")) << each.kind;
     }
 }
 
-TEST_F(VexlorCheckTest, WarnsAboutWhatOtherUsersCouldChange)
+TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrorsOrNoFile)
 {
-    const std::string library = m_dir.file("libcopy.so");
-    std::filesystem::copy_file(FILE_TARGET, library);
-    chmod(library.c_str(), 0666);
-    const std::string file = m_dir.write("vexlor.cfg", "target = " + library + "\n");
-    chmod(file.c_str(), 0666);
-    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--strict", file});
-    EXPECT_EQ(1, result.status);
-    EXPECT_THAT(result.out, HasSubstr("  warning: \"" + file + "\" is world-writable: any user could make every "
-                                      "program load a library of their choice\n"));
-    EXPECT_THAT(result.out, HasSubstr("  line 1: warning: \"" + library + "\" is world-writable: any user could "
-                                      "replace the library that every program loads\n"));
-
-    chmod(file.c_str(), 0644);
-    chmod(m_dir.path().c_str(), 0777);
-    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, file});
-    chmod(m_dir.path().c_str(), 0700);
-    EXPECT_EQ(0, result.status);
-    EXPECT_THAT(result.out, HasSubstr("  warning: it lies in the world-writable directory \"" + m_dir.path() + "\""));
-}
-
-TEST_F(VexlorCheckTest, ReportsEmptyApplicationFilesAndMissingFiles)
-{
-    CCommandResult result = check("", {"--strict"}, "vexlor-player.cfg");
-    EXPECT_EQ(1, result.status);
-    EXPECT_THAT(result.out, HasSubstr("  warning: a per-application file that names no target and no component"));
-    EXPECT_EQ(0, check("", {"--strict"}, "vexlor.cfg").status);
-
-    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, m_dir.file("missing.cfg")});
-    EXPECT_EQ(2, result.status);
-    EXPECT_THAT(result.out, HasSubstr("  error: cannot be read: No such file or directory\n"));
+    CTempDir dir;
+    const CCommandResult missing = runCommand({VEXLOR_TEST_VEXLOR_CHECK, dir.file("missing.cfg")});
+    EXPECT_EQ(2, missing.status);
+    EXPECT_THAT(missing.out, HasSubstr("  error: cannot be read: No such file or directory\n"));
     EXPECT_EQ(2, runCommand({VEXLOR_TEST_VEXLOR_CHECK}).status);
-    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--help"}).status);
-}
 
-TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrors)
-{
-    const std::string file = m_dir.write("vexlor.cfg", "component = a, 1\n");
+    const std::string file = dir.write("vexlor.cfg", "component = a, 1\n");
     struct stat before {};
     stat(file.c_str(), &before);
-    const std::string good = m_dir.write("good.cfg", "component = a, 11\n");
+    const std::string good = dir.write("good.cfg", "component = a, 11\n");
     CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, file});
     EXPECT_EQ(0, result.status) << result.out;
     EXPECT_THAT(result.out, HasSubstr("in place: running programs read it again"));
@@ -144,7 +125,7 @@ TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrors)
     stat(file.c_str(), &after);
     EXPECT_EQ(before.st_ino, after.st_ino);  // a rename would end the programs' watch
 
-    const std::string broken = m_dir.write("broken.cfg", "component = b, 1");
+    const std::string broken = dir.write("broken.cfg", "component = b, 1");
     result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", broken, file});
     EXPECT_EQ(2, result.status);
     EXPECT_EQ("vexlor-check: \"" + file + "\" left unchanged\n", result.err);
