@@ -1,5 +1,5 @@
-// The key=value reader in table and callback mode: line syntax, limits with their messages, the
-// int_value rule and the slot table.
+// The key=value reader in table and callback mode: line syntax, a broken line with its line
+// number, the int_value rule and the growth of the slot table.
 #include <gtest/gtest.h>
 #include <string>
 #include <syslog.h>
@@ -28,7 +28,6 @@ int collect(const char* key, const char* value, void* user)
 
 class CfreadTest : public ::testing::Test {
 protected:
-    // Callback mode on a file with `content`; the result goes to m_rc.
     Entries parse(const std::string& content, bool callOnEmpty = false, int stopAt = 0)
     {
         CCollected collected{{}, stopAt};
@@ -36,30 +35,15 @@ protected:
         return collected.entries;
     }
 
-    // Both modes reject the file with "cfread: <message> in <file> at line <line>"; callback mode
-    // has handed over `before` by then.
-    void expectRejected(const std::string& content, const std::string& message, int line, const Entries& before = {})
-    {
-        m_syslog.clear();
-        EXPECT_EQ(before, parse(content));
-        EXPECT_EQ(-1, m_rc);
-        EXPECT_EQ(nullptr, cfread_open(m_dir.file("f.cfg").c_str()));
-        const std::string text = "cfread: " + message + " in " + m_dir.file("f.cfg") + " at line " + std::to_string(line);
-        EXPECT_EQ(2, m_syslog.count(text, LOG_ERR)) << text;
-    }
-
     CTempDir m_dir;
     CSyslogCapture m_syslog;
     int m_rc = 1;
 };
 
-TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
+TEST_F(CfreadTest, BothModesReadTheSameEntries)
 {
-    const std::string content = "my key = value\npad=  a b  \na=b=c\neq==x\ntab\t=\tv\n  #x=1\nnote=1 # note\n#comment=9\n"
-                                "crlf=v\r\ncr=v\rrest\n"
-                                "utf=\xc3\xa4" "b\xe2\x82\xac c\nnovalue\n=value\n\n# a last comment needs no line feed";
-    const Entries entries = {{"mykey", "value"}, {"pad", "a b  "}, {"a", "b=c"},        {"eq", "=x"}, {"tab\t", "\tv"},
-                             {"#x", "1"},        {"note", "1 # note"}, {"crlf", "v"}, {"cr", "v"},  {"utf", "b c"}};
+    const std::string content = "my key = value\na=b=c\n  #x=1\n#comment=9\ncrlf=v\r\nnovalue\n=value\n\n# no line feed";
+    const Entries entries = {{"mykey", "value"}, {"a", "b=c"}, {"#x", "1"}, {"crlf", "v"}};
     EXPECT_EQ(entries, parse(content));
     EXPECT_EQ(0, m_rc);
     Entries withEmpty = entries;
@@ -69,7 +53,6 @@ TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
     EXPECT_EQ(Entries(1, entries[0]), parse(content, false, 1));
     EXPECT_EQ(0, m_rc);
 
-    // Table mode keeps the same entries, without the empty ones.
     cfread_handle* handle = cfread_open(m_dir.file("f.cfg").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(static_cast<int>(entries.size()), handle->count);
@@ -81,29 +64,21 @@ TEST_F(CfreadTest, SplitsLinesByTheFileSyntax)
     EXPECT_TRUE(m_syslog.messages().empty());
 }
 
-TEST_F(CfreadTest, RejectsUnreadableFilesAndBrokenLinesWithTheLineNumber)
+// Callback mode has handed over the lines before the broken one; both modes name its line.
+TEST_F(CfreadTest, RejectsBrokenLinesAndMissingFiles)
 {
-    // Dropped bytes do not count: top-bit bytes at a full key or value, spaces in a long line.
-    const std::string key(255, 'k');
-    const std::string value(255, 'v');
-    EXPECT_EQ((Entries{{key, "1"}, {"v", value}, {"p", "v"}}),
-              parse(key + "\xff=1\nv=" + value + "\xc3\xa4\n" + std::string(1019, ' ') + "p=v\n"));
-    EXPECT_EQ(0, m_rc);
+    EXPECT_EQ((Entries{{"a", "1"}}), parse("a=1\nk=" + std::string(256, 'v') + "\n"));
+    EXPECT_EQ(-1, m_rc);
+    EXPECT_EQ(nullptr, cfread_open(m_dir.file("f.cfg").c_str()));
+    EXPECT_EQ(2, m_syslog.count("cfread: max. value length exceeded in " + m_dir.file("f.cfg") + " at line 2", LOG_ERR));
+    EXPECT_EQ((Entries{{"a", "1"}}), parse("a=1\nk=v"));
+    EXPECT_EQ(-1, m_rc);
 
-    expectRejected("#c\n\n" + key + " =v\n", "max. key length exceeded", 3);
-    expectRejected("a=1\nk=" + value + "v\n", "max. value length exceeded", 2, {{"a", "1"}});
-    expectRejected(std::string(1020, ' ') + "k=v\n", "non-terminated entry", 1);
-    expectRejected("a=1\nk=v", "non-terminated entry", 2, {{"a", "1"}});
-    expectRejected(std::string("a=1\nk=\0v\n", 9), "non-terminated entry", 2, {{"a", "1"}});
-
-    const std::string missing = m_dir.file("missing.cfg");
-    for (const char* name : {static_cast<const char*>(nullptr), "", missing.c_str()}) {
-        CCollected collected;
+    CCollected collected;
+    for (const char* name : {static_cast<const char*>(nullptr), "/nonexistent/f.cfg"}) {
         EXPECT_EQ(-1, cfread_parse_with_callback(name, &collect, &collected, 0));
         EXPECT_EQ(nullptr, cfread_open(name));
     }
-    EXPECT_EQ(4, m_syslog.count("cfread: no config file given", LOG_ERR));
-    EXPECT_EQ(2, m_syslog.count("cfread: unable to open " + missing, LOG_ERR));
 }
 
 TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
@@ -112,22 +87,13 @@ TEST_F(CfreadTest, SlotTableReusesSlotsGrowsBy64AndReadsIntValues)
     cfread_handle* handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(2, handle->count);
-    const cfread_entry* a = cfread_find_entry(handle, "a");
-    ASSERT_EQ(handle->entries[0], a);
-    EXPECT_STREQ("3", a->value);
-    // No entry has a null or empty key.
-    EXPECT_TRUE(cfread_set_entry(handle, nullptr, "x") == nullptr && cfread_set_entry(handle, "", "x") == nullptr &&
-                cfread_find_entry(handle, nullptr) == nullptr && cfread_find_entry(handle, "") == nullptr);
+    ASSERT_EQ(handle->entries[0], cfread_find_entry(handle, "a"));
+    EXPECT_STREQ("3", handle->entries[0]->value);
+    EXPECT_EQ(nullptr, cfread_set_entry(handle, "", "x"));
 
-    const std::pair<const char*, int> cases[] = {
-        {"42", 42},    {"-7", -7},    {"+7", 7},  {"+", 0},           {"007", 7},
-        {"5 ", -1},    {"0x10", -1},  {"true", 1}, {"True", -1},      {"false", 0},
-        {"", -1},      {nullptr, -1}, {"2147483646", 2147483646},     {"2147483647", -1},
-        {"-2147483648", -1},          {"99999999999", -1}};
+    const std::pair<const char*, int> cases[] = {{"-7", -7}, {"true", 1}, {"false", 0}, {"5 ", -1}, {"2147483647", -1}};
     for (const auto& [value, expected] : cases) {
-        const cfread_entry* entry = cfread_set_entry(handle, "k", value);
-        ASSERT_NE(nullptr, entry);
-        EXPECT_EQ(expected, entry->int_value) << (value != nullptr ? value : "(null)");
+        EXPECT_EQ(expected, cfread_set_entry(handle, "k", value)->int_value) << value;
     }
 
     for (int i = 3; i < 64; ++i) {

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -21,21 +20,6 @@
 // The formats are built at run time; both formatters are handed exactly the arguments they name.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
-
-namespace {
-
-int g_vsnprintfCalls = 0;
-
-}  // namespace
-
-// Counts the calls of vsnprintf, so that a test can see which formats the formatter hands on.
-extern "C" int vsnprintf(char* __restrict buffer, std::size_t size, const char* __restrict format, va_list args) noexcept
-{
-    using Function = int (*)(char*, std::size_t, const char*, va_list);
-    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "vsnprintf"));
-    ++g_vsnprintfCalls;
-    return real(buffer, size, format, args);
-}
 
 namespace {
 
@@ -204,62 +188,33 @@ TEST(PrintfFormatTest, CutsAtEveryPosition)
     EXPECT_TRUE(sameAsLibc(MESSAGE_BUFFER, "%4000d|%-3000s|", 1, "left"));
 }
 
-// The C library's answer to a null format, which its declaration forbids asking it.
-TEST(PrintfFormatTest, RefusesANullFormatAsTheCLibraryDoes)
-{
-    char buffer[8] = "text";
-    const char* volatile noFormat = nullptr;
-    errno = 0;
-    EXPECT_EQ(-1, ours(buffer, sizeof buffer, noFormat));
-    EXPECT_EQ(EINVAL, errno);
-    EXPECT_STREQ("", buffer);
-}
-
-// A slow path that is still right shows only here: what log messages use stays in the formatter.
-TEST(PrintfFormatTest, FormatsItsOwnConversionsWithoutTheCLibrary)
-{
-    char buffer[64];
-    g_vsnprintfCalls = 0;
-    ours(buffer, sizeof buffer, "%d %i %u %o %x %X %c %s %p %%", -1, 2, 3u, 8u, 255u, 255u, 'c', "s", &buffer);
-    ours(buffer, sizeof buffer, "%hhd %hd %ld %lld %zu %jd %td", 1, 2, 3L, 4LL, std::size_t{5}, std::intmax_t{6},
-         std::ptrdiff_t{7});
-    ours(buffer, sizeof buffer, "%-+ #0*.*x|%-3c|%*.*s|%.0d", 9, 4, 10u, 'c', -5, 2, "str", 0);
-    EXPECT_EQ(0, g_vsnprintfCalls);
-    ours(buffer, sizeof buffer, "%d %f", 1, 2.0);
-    EXPECT_EQ(1, g_vsnprintfCalls);
-}
-
-// A format that must go to vsnprintf whole: nothing of it may be taken for one of ours.
+// A format that must go to vsnprintf whole: nothing of it may be taken for one of ours. And the C
+// library's answer to a null format, which its declaration forbids asking it.
 TEST(PrintfFormatTest, LeavesTheRestToVsnprintf)
 {
     for (const std::size_t size : {std::size_t{64}, std::size_t{4}}) {
         EXPECT_TRUE(sameAsLibc(size, "%d %f %s", 7, 1.5, "after a double"));
-        EXPECT_TRUE(sameAsLibc(size, "%.3e|%g|%a|%Lf", 1e10, 0.1, 1.0, 2.5L));
         EXPECT_TRUE(sameAsLibc(size, "%2$s %1$s", "a", "b"));
-        EXPECT_TRUE(sameAsLibc(size, "%*1$d|%1$d", 6));
         EXPECT_TRUE(sameAsLibc(size, "%'d %s", 1234567, "grouped"));
-        EXPECT_TRUE(sameAsLibc(size, "%I d", 5));
         // One each: a later directive that falls back would hide an earlier one taken wrongly.
         EXPECT_TRUE(sameAsLibc(size, "%ls", L"wide"));
         EXPECT_TRUE(sameAsLibc(size, "%lc", static_cast<wint_t>(0x20ac)));
         EXPECT_TRUE(sameAsLibc(size, "%hhc", 'a'));
         EXPECT_TRUE(sameAsLibc(size, "%zp", nullptr));
         EXPECT_TRUE(sameAsLibc(size, "%Ld", 5LL));
-        EXPECT_TRUE(sameAsLibc(size, "%qd", 6LL));
-        EXPECT_TRUE(sameAsLibc(size, "%Zd", std::size_t{7}));
         EXPECT_TRUE(sameAsLibc(size, "%d %y", 1));
-        EXPECT_TRUE(sameAsLibc(size, "%5%"));
         EXPECT_TRUE(sameAsLibc(size, "%*5d", 3, 5));
-        EXPECT_TRUE(sameAsLibc(size, "%.-5d", 5));
-        EXPECT_TRUE(sameAsLibc(size, "%5-d", 5));
         EXPECT_TRUE(sameAsLibc(size, "%hhld", 5));
-        EXPECT_TRUE(sameAsLibc(size, "%llld", 5LL));
-        EXPECT_TRUE(sameAsLibc(size, "%5000d|%.5000d|%.*d", 1, 2, 5000, 3));
         errno = ENOENT;
         EXPECT_TRUE(sameAsLibc(size, "%d: %m", 3));
-        // The C library's failures. (Widths near INT_MAX fail too, but take it seconds.)
         EXPECT_TRUE(sameAsLibc(size, "abc%"));
     }
+    char buffer[8] = "text";
+    const char* volatile noFormat = nullptr;
+    errno = 0;
+    EXPECT_EQ(-1, ours(buffer, sizeof buffer, noFormat));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_STREQ("", buffer);
 }
 
 }  // namespace
