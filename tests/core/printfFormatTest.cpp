@@ -9,7 +9,6 @@
 #include <cstring>
 #include <cwchar>
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -50,55 +49,42 @@ template <typename... Args>
                                          << " \"" << shown(expected) << "\"";
 }
 
-// One directive, its '*' arguments given or not.
+// One directive after its '*' arguments, if any.
 template <typename T>
-::testing::AssertionResult sameWithStars(const std::string& format, std::optional<int> width,
-                                         std::optional<int> precision, T value)
+::testing::AssertionResult sameWithStars(const std::string& format, const std::vector<int>& stars, T value)
 {
-    constexpr std::size_t SIZE = 64;
-    if (width && precision) {
-        return sameAsLibc(SIZE, format.c_str(), *width, *precision, value);
+    switch (stars.size()) {
+    case 0: return sameAsLibc(64, format.c_str(), value);
+    case 1: return sameAsLibc(64, format.c_str(), stars[0], value);
+    default: return sameAsLibc(64, format.c_str(), stars[0], stars[1], value);
     }
-    if (width) {
-        return sameAsLibc(SIZE, format.c_str(), *width, value);
-    }
-    if (precision) {
-        return sameAsLibc(SIZE, format.c_str(), *precision, value);
-    }
-    return sameAsLibc(SIZE, format.c_str(), value);
 }
 
 // Every combination of the five flags, widths and precisions, '*' with negative values included.
 template <typename T>
 void expectEveryDirectiveMatches(char conversion, const std::vector<T>& values)
 {
-    const char FLAGS[] = "-+ #0";
-    const std::vector<std::string> widths{"", "1", "7", "24", "*"};
-    const std::vector<std::string> precisions{"", ".", ".0", ".1", ".7", ".24", ".*"};
+    constexpr int NONE = INT_MAX;
     const std::vector<int> starWidths{-9, 0, 3};
     const std::vector<int> starPrecisions{-1, 0, 6, INT_MIN};  // 6: all of "(null)"
     for (unsigned int mask = 0; mask < 32; ++mask) {
         std::string flags;
         for (unsigned int bit = 0; bit < 5; ++bit) {
-            if ((mask & (1u << bit)) != 0) {
-                flags += FLAGS[bit];
-            }
+            flags += (mask & (1u << bit)) != 0 ? std::string(1, "-+ #0"[bit]) : "";
         }
-        for (const std::string& width : widths) {
-            for (const std::string& precision : precisions) {
+        for (const std::string width : {"", "1", "7", "24", "*"}) {
+            for (const std::string precision : {"", ".", ".0", ".1", ".7", ".24", ".*"}) {
                 const std::string format = "<%" + flags + width + precision + conversion + ">";
-                for (const T& value : values) {
-                    std::vector<std::optional<int>> widthArgs{std::nullopt};
-                    std::vector<std::optional<int>> precisionArgs{std::nullopt};
-                    if (width == "*") {
-                        widthArgs.assign(starWidths.begin(), starWidths.end());
-                    }
-                    if (precision == ".*") {
-                        precisionArgs.assign(starPrecisions.begin(), starPrecisions.end());
-                    }
-                    for (const auto& w : widthArgs) {
-                        for (const auto& p : precisionArgs) {
-                            ASSERT_TRUE(sameWithStars(format, w, p, value));
+                for (const int w : width == "*" ? starWidths : std::vector<int>{NONE}) {
+                    for (const int p : precision == ".*" ? starPrecisions : std::vector<int>{NONE}) {
+                        std::vector<int> stars;
+                        for (const int star : {w, p}) {
+                            if (star != NONE) {
+                                stars.push_back(star);
+                            }
+                        }
+                        for (const T& value : values) {
+                            ASSERT_TRUE(sameWithStars(format, stars, value));
                         }
                     }
                 }
