@@ -26,34 +26,29 @@ int collect(const char* key, const char* value, void* user)
     return static_cast<int>(collected->entries.size()) == collected->stopAt ? 1 : 0;
 }
 
-class CfreadTest : public ::testing::Test {
-protected:
-    Entries parse(const std::string& content, bool callOnEmpty = false, int stopAt = 0)
-    {
-        CCollected collected{{}, stopAt};
-        m_rc = cfread_parse_with_callback(m_dir.write("f.cfg", content).c_str(), &collect, &collected, callOnEmpty);
-        return collected.entries;
-    }
-
-    CTempDir m_dir;
-    CSyslogCapture m_syslog;
-    int m_rc = 1;
-};
-
-TEST_F(CfreadTest, BothModesReadTheSameEntries)
+// Callback mode on `path`: the entries handed over and the result.
+std::pair<Entries, int> parse(const std::string& path, bool callOnEmpty = false, int stopAt = 0)
 {
-    const std::string content = "my key = value\na=b=c\n  #x=1\n#comment=9\ncrlf=v\r\nnovalue\n=value\n\n# no line feed";
+    CCollected collected{{}, stopAt};
+    const int rc = cfread_parse_with_callback(path.c_str(), &collect, &collected, callOnEmpty);
+    return {collected.entries, rc};
+}
+
+// Table mode keeps what callback mode hands over, without the empty entries; a callback that asks
+// to stop ends a successful read. A broken line fails both modes, callback mode after handing
+// over the lines before it.
+TEST(CfreadTest, BothModesReadTheSameEntriesAndRejectTheSameLines)
+{
+    const CTempDir dir;
+    const CSyslogCapture syslog;
+    const std::string file = dir.write("f.cfg", "my key = value\na=b=c\n  #x=1\n#c=9\ncrlf=v\r\nnovalue\n=value\n\n# end");
     const Entries entries = {{"mykey", "value"}, {"a", "b=c"}, {"#x", "1"}, {"crlf", "v"}};
-    EXPECT_EQ(entries, parse(content));
-    EXPECT_EQ(0, m_rc);
+    EXPECT_EQ(std::make_pair(entries, 0), parse(file));
     Entries withEmpty = entries;
     withEmpty.insert(withEmpty.end(), {{"novalue", ""}, {"", "value"}, {"", ""}});
-    EXPECT_EQ(withEmpty, parse(content, true));
-    // A callback that asks to stop ends a successful read.
-    EXPECT_EQ(Entries(1, entries[0]), parse(content, false, 1));
-    EXPECT_EQ(0, m_rc);
-
-    cfread_handle* handle = cfread_open(m_dir.file("f.cfg").c_str());
+    EXPECT_EQ(std::make_pair(withEmpty, 0), parse(file, true));
+    EXPECT_EQ(std::make_pair(Entries(1, entries[0]), 0), parse(file, false, 1));
+    cfread_handle* handle = cfread_open(file.c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(static_cast<int>(entries.size()), handle->count);
     for (const auto& [key, value] : entries) {
@@ -61,30 +56,23 @@ TEST_F(CfreadTest, BothModesReadTheSameEntries)
         EXPECT_EQ(value, entry != nullptr ? entry->value : "(none)") << key;
     }
     cfread_close(handle);
-    EXPECT_TRUE(m_syslog.messages().empty());
-}
+    EXPECT_TRUE(syslog.messages().empty());
 
-// Callback mode has handed over the lines before the broken one; both modes name its line.
-TEST_F(CfreadTest, RejectsBrokenLinesAndMissingFiles)
-{
-    EXPECT_EQ((Entries{{"a", "1"}}), parse("a=1\nk=" + std::string(256, 'v') + "\n"));
-    EXPECT_EQ(-1, m_rc);
-    EXPECT_EQ(nullptr, cfread_open(m_dir.file("f.cfg").c_str()));
-    EXPECT_EQ(2, m_syslog.count("cfread: max. value length exceeded in " + m_dir.file("f.cfg") + " at line 2", LOG_ERR));
-    EXPECT_EQ((Entries{{"a", "1"}}), parse("a=1\nk=v"));
-    EXPECT_EQ(-1, m_rc);
-
-    CCollected collected;
-    for (const char* name : {static_cast<const char*>(nullptr), "/nonexistent/f.cfg"}) {
-        EXPECT_EQ(-1, cfread_parse_with_callback(name, &collect, &collected, 0));
-        EXPECT_EQ(nullptr, cfread_open(name));
+    for (const std::string& broken : {"a=1\nk=" + std::string(256, 'v') + "\n", std::string("a=1\nk=v")}) {
+        dir.write("f.cfg", broken);
+        EXPECT_EQ(std::make_pair(Entries{{"a", "1"}}, -1), parse(file));
+        EXPECT_EQ(nullptr, cfread_open(file.c_str()));
     }
+    EXPECT_EQ(2, syslog.count("cfread: max. value length exceeded in " + file + " at line 2", LOG_ERR));
+    EXPECT_EQ(-1, parse("/nonexistent/f.cfg").second);
+    EXPECT_EQ(nullptr, cfread_open(nullptr));
 }
 
 // A later line replaces the earlier one in its slot; the table grows past its first 64 slots.
-TEST_F(CfreadTest, SlotTableReusesSlotsGrowsAndReadsIntValues)
+TEST(CfreadTest, SlotTableReusesSlotsGrowsAndReadsIntValues)
 {
-    cfread_handle* handle = cfread_open(m_dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
+    const CTempDir dir;
+    cfread_handle* handle = cfread_open(dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(2, handle->count);
     EXPECT_STREQ("3", cfread_find_entry(handle, "a")->value);

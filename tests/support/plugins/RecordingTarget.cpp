@@ -11,10 +11,7 @@
 
 namespace {
 
-void record(CRecordedCall call)
-{
-    CRecorder::instance().add(std::move(call));
-}
+void record(CRecordedCall call) { CRecorder::instance().add(std::move(call)); }
 
 class CRecordingTarget final : public ILogTarget {
 public:
@@ -106,15 +103,8 @@ public:
 extern "C" {
 
 #ifndef VEXLOR_TEST_WITHOUT_HOOKS
-__attribute__((visibility("default"))) void dynamic_module_init(void* /*argument*/)
-{
-    record({"", "init"});
-}
-
-__attribute__((visibility("default"))) void dynamic_module_done()
-{
-    record({"", "done"});
-}
+__attribute__((visibility("default"))) void dynamic_module_init(void* /*argument*/) { record({"", "init"}); }
+__attribute__((visibility("default"))) void dynamic_module_done() { record({"", "done"}); }
 #endif
 
 #ifndef VEXLOR_TEST_WITHOUT_FACTORY
