@@ -28,6 +28,8 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
         vexlor(app, VX_INFO, "other done");
     }).join();
     vexlor(app, VX_INFO, "fresh");
+    vexlor_init(nullptr, "worker");
+    vexlor(app, VX_INFO, "named");
     vexlor_init(app, "renamed");
     vexlor_init(app, nullptr);  // a caller error: the name stays
     vexlor_done(app);
@@ -40,7 +42,8 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
     }
     const decltype(seen) expected{
         {"other's", "other", VX_INFO},       {"other done", "<thrd done>", VX_INFO},
-        {"fresh", "<no name>", VX_INFO},     {"----- Thread renamed started.", "renamed", VX_ENTERLEAVE},
+        {"fresh", "<no name>", VX_INFO},     {"named", "worker", VX_INFO},
+        {"----- Thread renamed started.", "renamed", VX_ENTERLEAVE},
         {"----- Thread renamed ending.", "renamed", VX_ENTERLEAVE}, {"after done", "<thrd done>", VX_INFO},
     };
     EXPECT_EQ(expected, seen);

@@ -1,8 +1,7 @@
-// A container on a temporary directory: the fan-out in name order, the parameters of a target
-// line as the plug-in sees them, reuse, refusal and unloading of targets, every failed creation,
-// and the syslog-target flag. (The loader's hooks and factory look-ups show through these.)
+// A container on a temporary directory: the fan-out in name order, reuse, refusal and unloading
+// of targets, every failed creation, and the syslog-target flag. (The loader's hooks and factory
+// look-ups show through these.)
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
 #include <unistd.h>
 
@@ -58,22 +57,6 @@ TEST_F(CLogTargetContainerTest, ReachesEveryTargetInByteWiseNameOrder)
     const auto records = CRecorder::instance().calls("log");
     ASSERT_EQ(3u, records.size());
     EXPECT_EQ("Bab", records[0].target + records[1].target + records[2].target);
-}
-
-// An item of exactly two pieces is a parameter and the first of a key wins; each line gets the
-// container's application name unless it sets that key. The first item is the path even when it
-// holds "=".
-TEST_F(CLogTargetContainerTest, HandsTheParametersOfTheTargetLineToTheFactory)
-{
-    const std::string oddPath = m_dir.file("key1=value1");  // the recorder under an odd name
-    ASSERT_EQ(0, symlink(m_rec.c_str(), oddPath.c_str()));
-    read(targetLine(m_rec, "name=a, key1 = value one , key1=b, key2=a=b, key3") +
-         targetLine(oddPath, "name=b, application-name=other"));
-    const auto created = CRecorder::instance().calls("created");
-    ASSERT_EQ(2u, created.size());
-    EXPECT_EQ((std::map<std::string, std::string>{{"name", "a"}, {"key1", "value one"}, {"application-name", ""}}),
-              created[0].params);
-    EXPECT_EQ((std::map<std::string, std::string>{{"name", "b"}, {"application-name", "other"}}), created[1].params);
 }
 
 TEST_F(CLogTargetContainerTest, KeepsLoadedTargetsAcrossReadsAndUnloadsThoseNoLongerNamed)
