@@ -9,7 +9,6 @@
 #include <memory>
 #include <sys/resource.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include "CCompiledPaths.h"  // targetLine
 #include "CRecorder.h"
@@ -105,20 +104,26 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
     EXPECT_EQ(descriptors, openDescriptors());
 }
 
-// Each descriptor limit lets one more step of the set-up succeed before the next fails (epoll,
-// inotify, one end of the pipe, the pipe): the first read stays in force, nothing stays open. A
+// Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
+// one end of the pipe; four are enough): the first read stays in force, nothing stays open. A
 // missing default file cannot be watched, and then a new name cannot be passed on either.
 TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
 {
     m_dir.write("vexlor.cfg", "component = net,1\n");
     const int descriptors = openDescriptors();
-    const int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);  // where new ones go
-    close(lowestFree);
+    // The limit below which `slots` descriptor numbers are free.
+    const auto limitFor = [](int slots) {
+        int fd = 0;
+        for (; slots > 0; ++fd) {
+            slots -= fcntl(fd, F_GETFD) == -1 ? 1 : 0;
+        }
+        return static_cast<rlim_t>(fd);
+    };
     rlimit saved{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
     for (int slots = 1; slots <= 4; ++slots) {
         rlimit limited = saved;
-        limited.rlim_cur = static_cast<rlim_t>(lowestFree + slots);
+        limited.rlim_cur = limitFor(slots);
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
         { const CLogTargetContainer container(m_dir.path(), true, this); }
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
