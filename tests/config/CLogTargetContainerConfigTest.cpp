@@ -109,6 +109,7 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
 // missing default file cannot be watched, and then a new name cannot be passed on either.
 TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
 {
+#ifndef __SANITIZE_ADDRESS__  // its runtime checks memory through a pipe of its own, which the limit denies
     m_dir.write("vexlor.cfg", "component = net,1\n");
     const int descriptors = openDescriptors();
     // The limit below which `slots` descriptor numbers are free.
@@ -131,11 +132,13 @@ TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
     }
     EXPECT_EQ(3, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     EXPECT_EQ(Levels(4, {"net", "1"}), m_levels);
+    m_syslog.clear();
+#endif
 
     removeTree(m_dir.file("vexlor.cfg"));
     m_dir.write("vexlor-player.cfg", targetLine(testpaths::recorder(), "name=p"));
     CLogTargetContainer container(m_dir.path(), true, this);
-    EXPECT_EQ(4, m_syslog.countStarting(NO_WORKER, LOG_ERR));
+    EXPECT_EQ(1, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     container.setAppname("player");
     EXPECT_TRUE(loaded("p"));
     EXPECT_EQ(1, m_syslog.countStarting("logtarget-container: unable to notify thread", LOG_ERR));
