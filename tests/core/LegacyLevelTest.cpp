@@ -26,9 +26,8 @@ protected:
 };
 
 // The first line that contains the program name anywhere sets the mask. A negative level and a
-// missing file count as no entry: the default line is appended. Only
-// the first init of the process reads the file; the level is announced only while the syslogd
-// pid file is readable.
+// missing file count as no entry: the default line is appended. Only the first init of the
+// process reads the file; the level is announced only while the syslogd pid file is readable.
 TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
 {
     struct CRow {
@@ -61,7 +60,8 @@ TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
 }
 
 // A fork child re-reads on its own signal and the parent keeps its level until it is signalled.
-// Level 0 is not announced; from level 31 on every bit is set (and the level as priority carries facility bits).
+// Level 0 is not announced; from level 31 on every bit is set (and the level as priority carries
+// facility bits).
 TEST_F(LegacyLevelTest, SignalRereadsTheFileInTheProcessSignalled)
 {
     writeLevels(program + " 0\n");
