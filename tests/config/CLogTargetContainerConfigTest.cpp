@@ -1,15 +1,16 @@
 // A container on a temporary configuration directory: what one read applies, and the worker
-// thread with real inotify (re-reads, the watch moving to the application's file, the watch the
-// kernel dropped, set-up failures, the end of the worker).
+// thread with real inotify (re-reads, the watch moving to the application's file, set-up
+// failures, the end of the worker).
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
+#include <sys/resource.h>
 #include <syslog.h>
 
 #include "CCompiledPaths.h"  // targetLine
-#include "CFailureSwitches.h"
 #include "CRecorder.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
@@ -28,7 +29,6 @@ protected:
 
     CContainerTest() { CRecorder::instance().clear(); }
 
-    // Called under the container's lock, on whichever thread reads the configuration.
     int updateComponentLevel(const std::string& name, const std::string& bits) override
     {
         m_levels.emplace_back(name, bits);
@@ -48,33 +48,22 @@ protected:
 using CLogTargetContainerConfigTest = CContainerTest;
 using CLogTargetContainerWatcherTest = CContainerTest;
 
-// A component line has exactly two elements, each trimmed, with the blanks inside the bits
-// dropped; keys are exact. A read that fails part-way keeps what it applied before.
+// A component line has exactly two elements, with the blanks inside the bits dropped; keys are
+// exact. A read that fails part-way keeps what it applied before.
 TEST_F(CLogTargetContainerConfigTest, AppliesComponentLinesUntilALineFails)
 {
-    const std::string file = m_dir.write("vexlor.cfg", "component = net,000011111\ncomponent = storage, 1111 1111 1\n"
-                                                       "component = a , 0001\ncomponent = one,\ncomponent = a,b,c\n"
-                                                       "Component = z,1\napplication-name = w\ncomponent = refused,101\n"
-                                                       "component = " + std::string(300, '1') + "\ncomponent = late,1\n");
+    m_dir.write("vexlor.cfg", "component = net,000011111\ncomponent = storage, 1111 1111 1\ncomponent = one,\n"
+                              "component = a,b,c\nComponent = z,1\ncomponent = refused,101\n"
+                              "component = " + std::string(300, '1') + "\ncomponent = late,1\n");
     CLogTargetContainer container(m_dir.path(), false, this);
     container.onCfgUpdate();
-    EXPECT_EQ((Levels{{"net", "000011111"}, {"storage", "111111111"}, {"a", "0001"}, {"refused", "101"}}), m_levels);
-    // Entries as read; component elements as written.
-    for (const char* message : {"callback \"component\"=\"net,000011111\"",
-                                "Modifying component \"a \": new level=\" 0001\"",
-                                "ignoring unknown config token \"Component\"",
-                                "Unable to set level \"101\" for component \"refused\""}) {
-        EXPECT_EQ(1, m_syslog.count(message, LOG_DEBUG)) << message;
-    }
-    EXPECT_EQ(1, m_syslog.count("unable to read vexlor-config \"" + file + "\" - giving up.", LOG_ERR));
+    EXPECT_EQ((Levels{{"net", "000011111"}, {"storage", "111111111"}, {"refused", "101"}}), m_levels);
+    EXPECT_EQ(1, m_syslog.countStarting("unable to read vexlor-config", LOG_ERR));
 }
 
 const std::string CHANGED = "logtarget-container: vexlor configfile changed, triggering re-read.";
-const std::string IGNORED =
-    "logtarget-container: got an inotify-event with IN_IGNORED set (mask=0x8000, watch-fd=1)";
-const std::string NO_EVENT_HANDLING =
-    "logtarget-container: unable to initialize event-handling - not worker thread will be spawned";
-const std::string EXIT = "logtarget-container: got exit message - ending thread.";
+const std::string IGNORED = "logtarget-container: got an inotify-event with IN_IGNORED set";
+const std::string NO_WORKER = "logtarget-container: unable to initialize event-handling";
 
 int openDescriptors()
 {
@@ -99,74 +88,60 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
     container->setAppname("other");
     writeFile(defaultFile, targetLine(testpaths::recorderTwin(), "name=b"));
     ASSERT_TRUE(waitUntil([] { return loaded("b") && !loaded("a"); }));
-    EXPECT_EQ(1, m_syslog.count(CHANGED, LOG_DEBUG));
 
-    // Read on the calling thread, the watch moved on the worker.
+    // The watch moves to the application's file.
     container->setAppname("player");
-    EXPECT_EQ(1, m_syslog.count("logtarget-container: reading vexlor-config from file \"" + appFile + "\"", LOG_DEBUG));
-    ASSERT_TRUE(m_syslog.waitFor("logtarget-container: Watching application-specific config-file \"" + appFile +
-                                 "\" for changes"));
-    EXPECT_EQ(1, m_syslog.count("logtarget-container: removing old watch-descriptor 1", LOG_DEBUG));
-    ASSERT_TRUE(m_syslog.waitFor(IGNORED));
+    ASSERT_TRUE(waitUntil([&] { return m_syslog.countStarting(IGNORED, LOG_DEBUG) == 1; }));
     writeFile(appFile, targetLine(testpaths::recorderTwin(), "name=p") + targetLine(testpaths::recorder(), "name=q"));
     ASSERT_TRUE(waitUntil([] { return loaded("q"); }));
     EXPECT_EQ(2, m_syslog.count(CHANGED));
 
     // The worker stops through the pipe (after the rewrite of the default file, which it no
     // longer watches), and every descriptor is closed.
-    m_syslog.clear();
     writeFile(defaultFile, targetLine(testpaths::recorder(), "name=z"));
     container.reset();
-    EXPECT_EQ(1, m_syslog.count(EXIT, LOG_DEBUG));
-    EXPECT_EQ(0, m_syslog.count(CHANGED));
+    EXPECT_EQ(2, m_syslog.count(CHANGED));
     EXPECT_EQ(descriptors, openDescriptors());
 }
 
-// Renaming another file over the watched one removes it, and with it the watch: later rewrites
-// go unnoticed, and the stale watch can no longer be moved.
-TEST_F(CLogTargetContainerWatcherTest, AWatchTheKernelDroppedIsReportedAndNotMoved)
+// Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
+// one end of the pipe; four are enough): the first read stays in force, nothing stays open. A
+// missing default file cannot be watched, and then a new name cannot be passed on either.
+TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
 {
-    const std::string file = m_dir.write("vexlor.cfg", targetLine(testpaths::recorder(), "name=a"));
-    m_dir.write("vexlor-player.cfg", targetLine(testpaths::recorderTwin(), "name=p"));
-    CLogTargetContainer container(m_dir.path(), true, this);
-    const std::string replacement = m_dir.write("new.cfg", targetLine(testpaths::recorder(), "name=c"));
-    ASSERT_EQ(0, std::rename(replacement.c_str(), file.c_str()));
-    ASSERT_TRUE(m_syslog.waitFor(IGNORED));
-    EXPECT_EQ(1, m_syslog.count(IGNORED, LOG_DEBUG));
-    writeFile(file, targetLine(testpaths::recorder(), "name=d"));
-    // The rewrite was queued before this notification, so a watch would have reported it by now.
-    container.setAppname("player");
-    ASSERT_TRUE(m_syslog.waitFor("logtarget-container: Unable remove old inotify watch - errno=Invalid argument"));
-    EXPECT_EQ(0, m_syslog.countContaining("Watching application-specific"));
-    EXPECT_EQ(0, m_syslog.count(CHANGED));
-}
-
-// Without a worker the first read stays in force; without a pipe a new name cannot be passed on.
-TEST_F(CLogTargetContainerWatcherTest, SetUpFailuresAndAMissingDefaultFileLeaveNoWorker)
-{
-    const std::string defaultFile = m_dir.write("vexlor.cfg", targetLine(testpaths::recorder(), "name=a"));
+#ifndef __SANITIZE_ADDRESS__  // its runtime checks memory through a pipe of its own, which the limit denies
+    m_dir.write("vexlor.cfg", "component = net,1\n");
     const int descriptors = openDescriptors();
-    for (const CFailingCall call : {CFailingCall::EPOLL_CREATE1, CFailingCall::INOTIFY_INIT1,
-                                    CFailingCall::INOTIFY_ADD_WATCH, CFailingCall::PIPE2, CFailingCall::EPOLL_CTL}) {
-        const CFailureSwitch failure(call);
-        const CLogTargetContainer container(m_dir.path(), true, this);
-        EXPECT_TRUE(loaded("a"));
+    // The limit below which `slots` descriptor numbers are free.
+    const auto limitFor = [](int slots) {
+        int fd = 0;
+        for (; slots > 0; ++fd) {
+            slots -= fcntl(fd, F_GETFD) == -1 ? 1 : 0;
+        }
+        return static_cast<rlim_t>(fd);
+    };
+    rlimit saved{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
+    for (int slots = 1; slots <= 4; ++slots) {
+        rlimit limited = saved;
+        limited.rlim_cur = limitFor(slots);
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
+        { const CLogTargetContainer container(m_dir.path(), true, this); }
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
+        EXPECT_EQ(descriptors, openDescriptors()) << slots;
     }
-    // Each failure was reported, no worker was started (none told to end) and nothing stays open.
-    EXPECT_EQ(5, m_syslog.count(NO_EVENT_HANDLING, LOG_ERR));
-    EXPECT_EQ(0, m_syslog.count(EXIT));
-    EXPECT_EQ(descriptors, openDescriptors());
-
-    removeTree(defaultFile);
-    m_dir.write("vexlor-player.cfg", targetLine(testpaths::recorder(), "name=p"));
+    EXPECT_EQ(3, m_syslog.countStarting(NO_WORKER, LOG_ERR));
+    EXPECT_EQ(Levels(4, {"net", "1"}), m_levels);
     m_syslog.clear();
+#endif
+
+    removeTree(m_dir.file("vexlor.cfg"));
+    m_dir.write("vexlor-player.cfg", targetLine(testpaths::recorder(), "name=p"));
     CLogTargetContainer container(m_dir.path(), true, this);
-    EXPECT_EQ(1, m_syslog.countStarting("unable to read vexlor-config", LOG_ERR));
-    EXPECT_EQ(1, m_syslog.count(NO_EVENT_HANDLING, LOG_ERR));
+    EXPECT_EQ(1, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     container.setAppname("player");
     EXPECT_TRUE(loaded("p"));
-    EXPECT_EQ(1, m_syslog.count("logtarget-container: invalid pipe-fd (notify)", LOG_ERR));
-    EXPECT_EQ(1, m_syslog.count("logtarget-container: unable to notify thread about a changed appname", LOG_ERR));
+    EXPECT_EQ(1, m_syslog.countStarting("logtarget-container: unable to notify thread", LOG_ERR));
 }
 
 }  // namespace

@@ -17,7 +17,6 @@ struct CRecordedCall {
     std::string kind{};  // log, component, appname, syslog?, created, destroyed, init, done, factory
     std::string text{};  // "component": the component's name; "appname": the name
     std::map<std::string, std::string> params{};  // "created": the target line's parameters
-    void* hookArgument = nullptr;                 // "init": the hook's argument
     vexlor_component* component = nullptr;        // "component": the record and its mask at the time
     unsigned int componentLevel = 0;
     // "log": the nine record values.

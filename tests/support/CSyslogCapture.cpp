@@ -3,7 +3,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <functional>
 #include <mutex>
 #include <syslog.h>
 
@@ -15,7 +14,6 @@ struct CCaptured {
     std::mutex mutex;
     std::vector<CSyslogMessage> messages;
     std::vector<COpenlogCall> openlogCalls;
-    std::vector<int> setlogmaskCalls;
     int mask = 0xff;
     const char* identity = nullptr;  // as syslog keeps it: the caller's pointer
 };
@@ -27,7 +25,6 @@ CCaptured& captured()
     return *state;
 }
 
-// A copy of one member, taken under the lock.
 template <typename T>
 T snapshot(const T& member)
 {
@@ -35,7 +32,8 @@ T snapshot(const T& member)
     return member;
 }
 
-int countWhere(const std::function<bool(const CSyslogMessage&)>& matches)
+template <typename Matches>
+int countWhere(Matches matches)
 {
     int n = 0;
     for (const CSyslogMessage& message : snapshot(captured().messages)) {
@@ -69,10 +67,7 @@ int setlogmask(int mask)
 {
     std::lock_guard<std::mutex> guard(captured().mutex);
     const int previous = captured().mask;
-    if (mask != 0) {
-        captured().mask = mask;
-        captured().setlogmaskCalls.push_back(mask);
-    }
+    captured().mask = mask != 0 ? mask : previous;
     return previous;
 }
 
@@ -97,12 +92,8 @@ void __syslog_chk(int priority, int /*flag*/, const char* format, ...)
 
 }  // extern "C"
 
-CSyslogCapture::CSyslogCapture() { clear(); }
-CSyslogCapture::~CSyslogCapture() { clear(); }
-
 std::vector<CSyslogMessage> CSyslogCapture::messages() const { return snapshot(captured().messages); }
 std::vector<COpenlogCall> CSyslogCapture::openlogCalls() const { return snapshot(captured().openlogCalls); }
-std::vector<int> CSyslogCapture::setlogmaskCalls() const { return snapshot(captured().setlogmaskCalls); }
 
 int CSyslogCapture::count(const std::string& text, int priority) const
 {
@@ -129,7 +120,6 @@ void CSyslogCapture::clear()
     std::lock_guard<std::mutex> guard(captured().mutex);
     captured().messages.clear();
     captured().openlogCalls.clear();
-    captured().setlogmaskCalls.clear();
 }
 
 const char* capturedIdentity() { return snapshot(captured().identity); }

@@ -23,21 +23,19 @@ struct COpenlogCall {
 // Scoped: starts with an empty capture and clears it again at the end.
 class CSyslogCapture {
 public:
-    CSyslogCapture();
-    ~CSyslogCapture();
+    CSyslogCapture() { clear(); }
+    ~CSyslogCapture() { clear(); }
     CSyslogCapture(const CSyslogCapture&) = delete;
     CSyslogCapture& operator=(const CSyslogCapture&) = delete;
 
     std::vector<CSyslogMessage> messages() const;
     std::vector<COpenlogCall> openlogCalls() const;
-    std::vector<int> setlogmaskCalls() const;
     // How many messages have exactly this text (at this priority, if given).
     int count(const std::string& text, int priority = -1) const;
     bool contains(const std::string& text, int priority = -1) const { return count(text, priority) > 0; }
     // How many messages at this priority start with `prefix`: enough where a test needs to know
     // only that a failure was reported, not its whole text.
     int countStarting(const std::string& prefix, int priority) const;
-    // How many messages contain `fragment` anywhere.
     int countContaining(const std::string& fragment) const;
     // Waits until a message with this text arrived (for messages of other threads).
     bool waitFor(const std::string& text, std::chrono::seconds timeout = std::chrono::seconds(20)) const;

@@ -1,5 +1,6 @@
 // Targets behind the main instance: a target that logs or renames the application from inside its
-// own log, and the lock order between component creation and configuration re-reads under load.
+// own log, and the lock order between component creation, level creation and configuration
+// re-reads under load.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -61,14 +62,16 @@ TEST_F(CVexlorTargetsTest, TargetSettingTheApplicationNameFromItsLogIsUnloadedOn
 // the application name changes: component creation takes the registry and then the container,
 // a re-read the container and then the registry. Nothing may deadlock, the target that every
 // version of the file names must get each record exactly once, and the one toggled on and off
-// must never get a record twice.
+// must never get a record twice. Each record goes out at a level created for it, numbered after
+// its thread: appends to the level store from several threads must neither mix up records nor
+// lose any.
 TEST_F(CVexlorTargetsTest, SurvivesConcurrentComponentsReReadsAndApplicationNames)
 {
     constexpr int LOGGERS = 3;
     constexpr int RECORDS_PER_LOGGER = 8000;
     // Every version has the same length and names "always" on its first line, so a read that
     // overlaps a rewrite still sees it. The toggled line differs in one byte; the component
-    // masks differ only above VX_ERR, which stays enabled in all of them.
+    // masks differ only above the four lowest levels, which stay enabled in all of them.
     auto version = [](bool toggled, bool wide) {
         std::string content = targetLine(testpaths::recorder(), "name=always");
         content += (toggled ? "t" : "#") + targetLine(testpaths::recorderTwin(), "name=toggle").substr(1);
@@ -92,7 +95,7 @@ TEST_F(CVexlorTargetsTest, SurvivesConcurrentComponentsReReadsAndApplicationName
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
                     continue;
                 }
-                vexlor(shared, VX_ERR, "seq:%d:%d", t, logged[t]++);
+                vexlor(shared, vexlor_level_create(static_cast<unsigned int>(t)), "seq:%d:%d", t, logged[t]++);
             }
         });
     }
@@ -130,6 +133,7 @@ TEST_F(CVexlorTargetsTest, SurvivesConcurrentComponentsReReadsAndApplicationName
         ASSERT_EQ(2, std::sscanf(call.message.c_str(), "seq:%d:%d", &t, &n)) << call.message;
         int& expected = next.at(call.target).at(t);
         ASSERT_TRUE(call.target == "always" ? n == expected : n >= expected) << call.target << " " << call.message;
+        ASSERT_EQ(static_cast<unsigned int>(t), call.level->numeric) << call.message;
         expected = n + 1;
     }
     EXPECT_EQ(logged, next["always"]);

@@ -11,10 +11,7 @@
 
 namespace {
 
-void record(CRecordedCall call)
-{
-    CRecorder::instance().add(std::move(call));
-}
+void record(CRecordedCall call) { CRecorder::instance().add(std::move(call)); }
 
 class CRecordingTarget final : public ILogTarget {
 public:
@@ -34,7 +31,7 @@ public:
         if (m_quiet) {
             return;
         }
-        record({m_name, "log", "", {}, nullptr, nullptr, 0, pid, depth, seconds, microseconds, level, threadName,
+        record({m_name, "log", "", {}, nullptr, 0, pid, depth, seconds, microseconds, level, threadName,
                 componentName, functionName, message});
         // Only outer records are echoed, so the nesting ends after one level.
         if (m_nested != nullptr && message.compare(0, 7, "nested:") != 0) {
@@ -49,7 +46,7 @@ public:
 
     void onComponentAdded(vexlor_component* component) override
     {
-        record({m_name, "component", component->name, {}, nullptr, component, component->level});
+        record({m_name, "component", component->name, {}, component, component->level});
     }
 
     std::string getName() override { return m_name; }
@@ -106,15 +103,8 @@ public:
 extern "C" {
 
 #ifndef VEXLOR_TEST_WITHOUT_HOOKS
-__attribute__((visibility("default"))) void dynamic_module_init(void* argument)
-{
-    record({"", "init", "", {}, argument});
-}
-
-__attribute__((visibility("default"))) void dynamic_module_done()
-{
-    record({"", "done"});
-}
+__attribute__((visibility("default"))) void dynamic_module_init(void* /*argument*/) { record({"", "init"}); }
+__attribute__((visibility("default"))) void dynamic_module_done() { record({"", "done"}); }
 #endif
 
 #ifndef VEXLOR_TEST_WITHOUT_FACTORY

@@ -1,6 +1,9 @@
-// The log path of the main instance: the nine record fields (64-bit seconds, the pid also after
+// The main instance. Its log path: the nine record fields (64-bit seconds, the pid also after
 // fork), the filter, the message cut, the syslog-style variant, function tracing and hex dumps.
+// Its life: thread names with their start and end records, the application name and the syslog
+// identity, and the _novexlor pair.
 #include <atomic>
+#include <cstdlib>
 #include <ctime>
 #include <stdexcept>
 #include <sys/time.h>
@@ -37,6 +40,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 using CVexlorLogTest = CMainInstanceTest;
+using CVexlorLifecycleTest = CMainInstanceTest;
 
 TEST_F(CVexlorLogTest, DeliversTheNineFieldsOfEachRecordThatPassesTheFilter)
 {
@@ -64,22 +68,20 @@ TEST_F(CVexlorLogTest, DeliversTheNineFieldsOfEachRecordThatPassesTheFilter)
     }));
 }
 
-// Unfiltered towards syslog, at the level's priority; filtered towards the targets; left to a
-// target that writes to syslog.
+// Unfiltered towards syslog, at the level's priority (debug without one); filtered towards the
+// targets; left to a target that writes to syslog.
 TEST_F(CVexlorLogTest, SyslogStyleCallWritesToSyslogUnlessATargetDoes)
 {
     m_paths.writeAppConfig("app", targetLine(testpaths::recorderTwin(), "name=sys, syslog=1"));
     vexlor_component* disk = vexlor_create_component("disk", VX_ERR, "");
     vexlor_syslog(disk, VX_ERR, "disk %d%% full", 90);
     vexlor_syslog(disk, VX_ENTERLEAVE, "filtered");
-    vexlor_syslog(nullptr, nullptr, "no level");
-    vexlor_syslog(disk, VX_INFO, nullptr);  // a null format sends an empty message
+    vexlor_syslog(nullptr, nullptr, nullptr);  // a null format sends an empty message
     vexlor_set_applicationname("app");
     vexlor_syslog(disk, VX_ERR, "taken over");
     EXPECT_EQ(1, m_syslog.count("disk 90% full", LOG_ERR));
     EXPECT_EQ(1, m_syslog.count("filtered", LOG_DEBUG));
-    EXPECT_EQ(1, m_syslog.count("no level", LOG_DEBUG));
-    EXPECT_EQ(1, m_syslog.count("", LOG_INFO));
+    EXPECT_EQ(1, m_syslog.count("", LOG_DEBUG));
     EXPECT_EQ(0, m_syslog.count("taken over"));
     EXPECT_EQ(Strings{"disk 90% full"}, messages());
     EXPECT_EQ(Strings{"taken over"}, CRecorder::instance().messages("sys"));
@@ -123,20 +125,89 @@ TEST_F(CVexlorLogTest, TracingRecordsAndOthersCarryTheInnermostFunctionAndDepth)
 TEST_F(CVexlorLogTest, DumpsLinesByteExact)
 {
     vexlor_component* app = vexlor_create_component("app", VX_DEBUG, "");
-    const unsigned char hello[] = "Hello, world!\n\0\x01~\x80\xff" "A";
-    vexlor_dump(app, VX_DEBUG, hello, 20);
-    const unsigned char edge[] = "\x1f !0~\x7f\x80\xff" "abcdefgh";
-    vexlor_dump(app, VX_DEBUG, edge, 16);
-    vexlor_dump(app, VX_DEBUG, edge, 0);
+    const unsigned char data[] = "\x1f !0~\x7f\x80\xff" "abcdefgh" "Hi";
+    vexlor_dump(app, VX_DEBUG, data, 18);
+    vexlor_dump(app, VX_DEBUG, data, 0);
     vexlor_dump(nullptr, VX_DEBUG, nullptr, 3);
     vexlor_dump(app, nullptr, nullptr, 3);
     vexlor_dump(app, VX_DEBUG, nullptr, 0);
-
-    const std::string edgeLine = "0x00000000 - 1f 20 21 30 7e 7f 80 ff 61 62 63 64 65 66 67 68 | . !0~\x7f..abcdefgh";
-    EXPECT_EQ((Strings{"0x00000000 - 48 65 6c 6c 6f 2c 20 77 6f 72 6c 64 21 0a 00 01 | Hello, world!...",
-                       "0x00000010 - 7e 80 ff 41 " + std::string(36, ' ') + "| ~..A", edgeLine, "<NULL>"}),
+    EXPECT_EQ((Strings{"0x00000000 - 1f 20 21 30 7e 7f 80 ff 61 62 63 64 65 66 67 68 | . !0~\x7f..abcdefgh",
+                       "0x00000010 - 48 69 " + std::string(42, ' ') + "| Hi", "<NULL>"}),
               messages());
     EXPECT_EQ(VX_DEBUG, records().at(0).level);
+}
+
+// Start and end records only where the component enables VX_ENTERLEAVE. A name set before the
+// first init yields to the program name that this init opens syslog with; set later, it is the
+// identity.
+TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
+{
+    EXPECT_STREQ(vexlor_set_applicationname("app"), vexlor_get_application_name().c_str());
+    EXPECT_THROW(vexlor_set_applicationname(nullptr), std::logic_error);
+    vexlor_component* app = vexlor_create_component("app", VX_ALL, "");
+    vexlor_component* quiet = vexlor_create_component("quiet", VX_INFO, "");
+    std::thread([&] {
+        vexlor_init(quiet, "other");
+        vexlor(app, VX_INFO, "other's");
+        vexlor_done(quiet);
+        vexlor(app, VX_INFO, "other done");
+    }).join();
+    vexlor(app, VX_INFO, "fresh");
+    vexlor_init(nullptr, "worker");
+    vexlor(app, VX_INFO, "named");
+    vexlor_init(app, "renamed");
+    vexlor_init(app, nullptr);  // a caller error: the name stays
+    vexlor_done(app);
+    vexlor(app, VX_INFO, "after done");
+    vexlor_set_applicationname("later");
+
+    std::vector<std::tuple<std::string, std::string, vexlor_level*>> seen;  // message, thread name, level
+    for (const CRecordedCall& record : records()) {
+        seen.emplace_back(record.message, record.threadName, record.level);
+    }
+    const decltype(seen) expected{
+        {"other's", "other", VX_INFO},       {"other done", "<thrd done>", VX_INFO},
+        {"fresh", "<no name>", VX_INFO},     {"named", "worker", VX_INFO},
+        {"----- Thread renamed started.", "renamed", VX_ENTERLEAVE},
+        {"----- Thread renamed ending.", "renamed", VX_ENTERLEAVE}, {"after done", "<thrd done>", VX_INFO},
+    };
+    EXPECT_EQ(expected, seen);
+    std::vector<std::tuple<std::string, int, int>> opened;  // identity, options, facility
+    for (const COpenlogCall& call : m_syslog.openlogCalls()) {
+        opened.emplace_back(call.ident, call.option, call.facility);
+    }
+    const int options = LOG_PID | LOG_NDELAY;
+    EXPECT_EQ((decltype(opened){{"app", options, LOG_USER}, {program_invocation_short_name, options, LOG_USER},
+                                {"later", options, LOG_USER}}),
+              opened);
+}
+
+// syslog keeps the identity's pointer and uses it until the process ends: also in an atexit
+// handler registered before the first library call, which runs after the instance is gone, and
+// after a change to a longer name. (Under AddressSanitizer a freed text is a failure in itself.)
+TEST_F(CVexlorLifecycleTest, SyslogIdentityStaysValidAfterTheInstanceIsGone)
+{
+    std::atexit([] {
+        const char* identity = capturedIdentity();
+        if (identity == nullptr || std::string(identity) != "a-longer-application-name") {
+            _exit(3);
+        }
+    });
+    vexlor_set_applicationname("app");
+    vexlor_set_applicationname("a-longer-application-name");
+}
+
+TEST_F(CVexlorLifecycleTest, NovexlorPairLeavesTheMainInstanceAlone)
+{
+    vexlor_init_novexlor("side");
+    EXPECT_STREQ("app", vexlor_set_applicationname_novexlor("app"));
+    EXPECT_EQ("app", m_syslog.openlogCalls().back().ident);
+    // The main instance was never built: no configuration read, no target.
+    EXPECT_TRUE(CRecorder::instance().calls().empty());
+    EXPECT_EQ("[no-appname-set]", vexlor_get_application_name());
+    // The thread name is shared by both instances.
+    vexlor(vexlor_create_component("app", VX_ALL, ""), VX_INFO, "hello");
+    EXPECT_EQ("side", records().at(0).threadName);
 }
 
 }  // namespace
