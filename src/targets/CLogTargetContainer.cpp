@@ -62,7 +62,7 @@ void CLogTargetContainer::log(int pid, int depth, long long seconds, int microse
                               const std::string& threadName, const std::string& componentName,
                               const std::string& functionName, const std::string& message)
 {
-    CContainerLock guard(*this);
+    CScopedLock<CRecursiveMutex> guard(m_mutex);  // lock() without the virtual call
     CBusy busy(*this);
     m_targets.forEach([&](ILogTarget& target) {
         target.log(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);

@@ -97,16 +97,20 @@ private:
         CLogTargetContainer& m_container;
     };
 
+    static constexpr std::size_t CACHE_LINE = 64;
+
     VEXLOR_LOCAL void startWatcher();
     VEXLOR_LOCAL void readNow();
 
     const std::string m_cfgDirectory;
     // Recursive: a configuration read re-enters through onComponentAdded, and a target may log from
     // inside any call. Taken before a component registry's lock (see CComponentRegistry::lock).
-    CRecursiveMutex m_mutex{vx::LockRank::CONTAINER};
+    // The lock and what every record writes under it fill a cache line of their own: threads that
+    // log at once pass that line between them, and must not take the read-only members with it.
+    alignas(CACHE_LINE) CRecursiveMutex m_mutex{vx::LockRank::CONTAINER};
     int m_busy = 0;              // guarded by m_mutex
     bool m_readPending = false;  // guarded by m_mutex
-    std::string m_appname;       // written under m_mutex; read by the worker under it too
+    alignas(CACHE_LINE) std::string m_appname;  // written under m_mutex; read by the worker under it too
     CTargetRegistry m_targets;   // guarded by m_mutex
     CLink m_link{*this};
     CConfigRead m_configRead;
