@@ -21,8 +21,24 @@ CRecursiveMutex::~CRecursiveMutex()
     pthread_mutex_destroy(&m_mutex);
 }
 
-void CRecursiveMutex::lock()
+// The log path holds the lock only while it hands one record to the targets, a few tens of
+// nanoseconds with fast targets. A thread that finds it taken therefore watches it for a while
+// before it sleeps in the kernel: sleeping and being woken cost far more than the wait, and turned
+// two logging threads into a queue of system calls. Watching reads the lock word only, so the
+// holder's cache line is not taken away from it until the lock looks free.
+void CRecursiveMutex::lockContended()
 {
+    constexpr int SPINS = 200;
+    for (int spin = 0; spin < SPINS; ++spin) {
+        if (__atomic_load_n(&m_mutex.__data.__lock, __ATOMIC_RELAXED) == 0 && pthread_mutex_trylock(&m_mutex) == 0) {
+            return;
+        }
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+        __asm__ __volatile__("yield");
+#endif
+    }
     const int rc = pthread_mutex_lock(&m_mutex);
     if (rc != 0) {
         throw std::system_error(rc, std::generic_category());

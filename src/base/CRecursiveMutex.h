@@ -14,9 +14,16 @@ public:
     CRecursiveMutex& operator=(const CRecursiveMutex&) = delete;
 
     // Throws std::system_error carrying the error number when locking fails.
-    void lock();
+    void lock()
+    {
+        if (pthread_mutex_trylock(&m_mutex) != 0) {
+            lockContended();
+        }
+    }
     void unlock() { pthread_mutex_unlock(&m_mutex); }
 
 private:
+    void lockContended();
+
     pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
 };
