@@ -57,7 +57,10 @@ public:
 
     void put(const char* text, std::size_t count)
     {
-        if (count <= room()) {
+        if (count <= SHORT && room() >= SHORT) {
+            copyShort(m_cursor, text, count);
+            m_cursor += count;
+        } else if (count <= room()) {
             std::memcpy(m_cursor, text, count);
             m_cursor += count;
         } else {
@@ -66,6 +69,29 @@ public:
             m_cursor += part;
             m_beyond += count - part;
         }
+    }
+
+    // Copies text up to the first STOP character or its terminating zero, and returns where it
+    // stopped. The first bytes are copied as they are scanned: messages are made of short pieces,
+    // for which a library scan and a library copy cost more than the bytes themselves.
+    template <char STOP>
+    const char* putUntil(const char* text)
+    {
+        if (room() >= SHORT) {
+            for (std::size_t i = 0; i < SHORT; ++i) {
+                const char c = text[i];
+                if (c == STOP || c == '\0') {
+                    m_cursor += i;
+                    return text + i;
+                }
+                m_cursor[i] = c;
+            }
+            m_cursor += SHORT;
+            text += SHORT;
+        }
+        const char* const end = STOP == '\0' ? text + std::strlen(text) : strchrnul(text, STOP);
+        put(text, static_cast<std::size_t>(end - text));
+        return end;
     }
 
     void fill(char c, std::size_t count)
@@ -89,7 +115,27 @@ public:
     std::size_t length() const { return static_cast<std::size_t>(m_cursor - m_start) + m_beyond; }
 
 private:
+    static constexpr std::size_t SHORT = 16;
+
     std::size_t room() const { return static_cast<std::size_t>(m_end - m_cursor); }
+
+    // Up to SHORT bytes in at most two moves of a fixed size, which the compiler turns into a
+    // load and a store each; the two may overlap. Reads nothing outside the source.
+    static void copyShort(char* to, const char* from, std::size_t count)
+    {
+        if (count >= 8) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + count - 8, from + count - 8, 8);
+        } else if (count >= 4) {
+            std::memcpy(to, from, 4);
+            std::memcpy(to + count - 4, from + count - 4, 4);
+        } else if (count >= 2) {
+            std::memcpy(to, from, 2);
+            std::memcpy(to + count - 2, from + count - 2, 2);
+        } else if (count == 1) {
+            *to = *from;
+        }
+    }
 
     static char NO_BUFFER;  // never written: nothing fits
     char* const m_start;
@@ -233,7 +279,7 @@ unsigned long long readUnsigned(va_list& args, ELength length)
 }
 
 // Digit writers fill a buffer backwards from `end` and return the first digit.
-char* decimalDigits(char* end, unsigned long long value)
+char* manyDecimalDigits(char* end, unsigned long long value)
 {
     // 64-bit division is a library call on 32-bit ARM: only while the value needs it.
     while (value > UINT32_MAX) {
@@ -256,6 +302,21 @@ char* decimalDigits(char* end, unsigned long long value)
         *--end = static_cast<char>('0' + small);
     }
     return end;
+}
+
+// Most numbers in messages have one or two digits: those without a call.
+ALWAYS_INLINE char* decimalDigits(char* end, unsigned long long value)
+{
+    if (value < 10) {
+        *--end = static_cast<char>('0' + value);
+        return end;
+    }
+    if (value < 100) {
+        end -= 2;
+        std::memcpy(end, DIGIT_PAIRS + 2 * value, 2);
+        return end;
+    }
+    return manyDecimalDigits(end, value);
 }
 
 char* hexDigits(char* end, unsigned long long value, const char* digits)
@@ -297,6 +358,10 @@ ALWAYS_INLINE bool putString(COutput& out, const CDirective& directive, const ch
         static const char NULL_TEXT[] = "(null)";
         const bool whole = directive.precision < 0 || directive.precision >= static_cast<int>(sizeof NULL_TEXT - 1);
         putPadded(out, directive, NULL_TEXT, whole ? sizeof NULL_TEXT - 1 : 0);
+        return true;
+    }
+    if (directive.width == 0 && directive.precision < 0) {
+        out.putUntil<'\0'>(text);
         return true;
     }
     // strnlen: a precision lets the caller pass text without a terminating zero.
@@ -453,8 +518,7 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
     COutput out(buffer, size);
     const char* p = format;
     for (;;) {
-        const char* percent = strchrnul(p, '%');
-        out.put(p, static_cast<std::size_t>(percent - p));
+        const char* const percent = out.putUntil<'%'>(p);
         if (*percent == '\0') {
             break;
         }
