@@ -60,17 +60,31 @@ std::size_t cutLength(const std::string& text)
     return text.size() < MESSAGE_BUFFER_SIZE ? text.size() : MESSAGE_BUFFER_SIZE - 1;
 }
 
-// The texts of the records a thread is emitting, one entry per nesting level (a target that logs
-// from inside its own call nests). They keep their capacity, so an ordinary record allocates
-// nothing; a deque, so that an entry never moves while an outer delivery still hands it out.
+// The texts of the records a thread is emitting. They keep their capacity, so an ordinary record
+// allocates nothing.
 struct CRecordTexts {
+    CRecordTexts() { message.reserve(MESSAGE_BUFFER_SIZE); }
     std::string message;
     std::string function;
 };
 
 struct CEmitting {
-    std::deque<CRecordTexts> texts;
+    CRecordTexts outermost;  // nearly every record
+    // One entry per record that a target logs from inside its own call; a deque, so that an entry
+    // never moves while an outer delivery still hands it out.
+    std::deque<CRecordTexts> nested;
     std::size_t depth = 0;  // records of this thread under delivery
+
+    CRecordTexts& current()
+    {
+        if (depth == 0) {
+            return outermost;
+        }
+        if (depth > nested.size()) {
+            nested.emplace_back();
+        }
+        return nested[depth - 1];
+    }
 };
 
 thread_local CEmitting emitting;
@@ -184,11 +198,7 @@ void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char*
     const int pid = vx::currentPid();
     CThreadData& self = thread_data;
     CEmitting& current = emitting;
-    if (current.depth == current.texts.size()) {
-        current.texts.emplace_back();
-        current.texts.back().message.reserve(MESSAGE_BUFFER_SIZE);
-    }
-    CRecordTexts& texts = current.texts[current.depth];
+    CRecordTexts& texts = current.current();
     texts.message.assign(text, length);
     if (self.functionNames.empty()) {
         texts.function.clear();
