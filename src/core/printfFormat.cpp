@@ -72,7 +72,7 @@ public:
     }
 
     // Copies text up to the first STOP character or its terminating zero, and returns where it
-    // stopped. The first bytes are copied as they are scanned: messages are made of short pieces,
+    // stopped. The first 16 bytes are copied as they are scanned: messages are made of short pieces,
     // for which a library scan and a library copy cost more than the bytes themselves.
     template <char STOP>
     const char* putUntil(const char* text)
@@ -104,6 +104,11 @@ public:
         m_cursor += part;
         m_beyond += count - part;
     }
+
+    // Where `count` characters can be written in place, or null where fewer fit; advance() then
+    // moves past what was written there.
+    char* space(std::size_t count) { return room() >= count ? m_cursor : nullptr; }
+    void advance(std::size_t count) { m_cursor += count; }
 
     void terminate()
     {
@@ -304,19 +309,53 @@ char* manyDecimalDigits(char* end, unsigned long long value)
     return end;
 }
 
-// Most numbers in messages have one or two digits: those without a call.
+// Most numbers in messages have up to four digits: those without a call.
 ALWAYS_INLINE char* decimalDigits(char* end, unsigned long long value)
 {
+    if (value >= 10000) {
+        return manyDecimalDigits(end, value);
+    }
+    if (value >= 100) {
+        const unsigned long long quotient = value / 100;
+        end -= 2;
+        std::memcpy(end, DIGIT_PAIRS + 2 * (value - quotient * 100), 2);
+        value = quotient;
+    }
     if (value < 10) {
         *--end = static_cast<char>('0' + value);
         return end;
     }
-    if (value < 100) {
-        end -= 2;
-        std::memcpy(end, DIGIT_PAIRS + 2 * value, 2);
-        return end;
+    end -= 2;
+    std::memcpy(end, DIGIT_PAIRS + 2 * value, 2);
+    return end;
+}
+
+std::size_t decimalLength(unsigned long long value)
+{
+    constexpr std::size_t MAX_DECIMAL = 20;
+    std::size_t length = 1;
+    for (unsigned long long bound = 10; value >= bound && length < MAX_DECIMAL; bound *= 10) {
+        ++length;
     }
-    return manyDecimalDigits(end, value);
+    return length;
+}
+
+// A decimal number without flags, width or precision, written in place; false where it does not
+// fit. Digits built beside the output and copied would be read back in wider pieces than they
+// were written in, and such a read waits until the writes have reached the cache.
+ALWAYS_INLINE bool putPlainDecimal(COutput& out, bool negative, unsigned long long magnitude)
+{
+    const std::size_t length = decimalLength(magnitude) + (negative ? 1 : 0);
+    char* const at = out.space(length);
+    if (at == nullptr) {
+        return false;
+    }
+    decimalDigits(at + length, magnitude);
+    if (negative) {
+        *at = '-';
+    }
+    out.advance(length);
+    return true;
 }
 
 char* hexDigits(char* end, unsigned long long value, const char* digits)
@@ -423,10 +462,14 @@ struct CDigits {
 
 ALWAYS_INLINE void putSigned(COutput& out, const CDirective& directive, long long number)
 {
-    CDigits digits;
     // Negated in unsigned arithmetic, which is right for the most negative value too.
     const unsigned long long magnitude =
         number < 0 ? 0ULL - static_cast<unsigned long long>(number) : static_cast<unsigned long long>(number);
+    const bool plain = directive.width == 0 && directive.precision < 0 && !directive.plus && !directive.space;
+    if (plain && putPlainDecimal(out, number < 0, magnitude)) {
+        return;
+    }
+    CDigits digits;
     // A zero precision prints no digit for the value 0.
     char* const first = directive.precision == 0 && number == 0 ? digits.end() : decimalDigits(digits.end(), magnitude);
     char* prefixed = first;
@@ -441,6 +484,10 @@ ALWAYS_INLINE void putSigned(COutput& out, const CDirective& directive, long lon
 // %u, %o, %x, %X
 ALWAYS_INLINE void putUnsigned(COutput& out, const CDirective& directive, unsigned long long value)
 {
+    const bool plain = directive.conversion == 'u' && directive.width == 0 && directive.precision < 0;
+    if (plain && putPlainDecimal(out, false, value)) {
+        return;
+    }
     CDigits digits;
     char* first = digits.end();
     if (directive.precision != 0 || value != 0) {
@@ -550,6 +597,31 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
     return static_cast<int>(out.length());
 }
 
+// va_copy. On x86-64 the caller has just written the list field by field, and va_copy reads it
+// back in one 16-byte load, which cannot be served from those smaller pending writes and waits
+// for them: there the System V list, a plain record of two offsets and two pointers, is copied
+// field by field (volatile, so that the compiler does not merge the reads again).
+void copyArguments(va_list to, va_list from)
+{
+#if defined(__x86_64__)
+    struct CFields {
+        std::uint32_t generalOffset;
+        std::uint32_t floatOffset;
+        void* overflowArea;
+        void* saveArea;
+    };
+    static_assert(sizeof(CFields) == sizeof(va_list), "the System V va_list");
+    const auto* const source = reinterpret_cast<const volatile CFields*>(from);
+    auto* const target = reinterpret_cast<CFields*>(to);
+    target->generalOffset = source->generalOffset;
+    target->floatOffset = source->floatOffset;
+    target->overflowArea = source->overflowArea;
+    target->saveArea = source->saveArea;
+#else
+    va_copy(to, from);
+#endif
+}
+
 }  // namespace
 
 int formatPrintf(char* buffer, std::size_t size, const char* format, va_list args)
@@ -563,7 +635,7 @@ int formatPrintf(char* buffer, std::size_t size, const char* format, va_list arg
         return -1;
     }
     va_list own;
-    va_copy(own, args);
+    copyArguments(own, args);
     const int length = formatOwn(buffer, size, format, own);
     va_end(own);
     // The fallback reads the arguments from the start, from the caller's untouched list.
