@@ -1,9 +1,12 @@
 // vexlor against the peer loggers (bench/peers/, one file each) on the same messages: a call whose
 // level is filtered out, "value %d", a realistic message, "value %d" from two threads; and
-// vexlor's own hex dump of 64 bytes and the baseline of an empty call into a shared library.
+// vexlor's own hex dump of 64 bytes; and two baselines: an empty call into a shared library, and the
+// clock and lock that every emitted record must take.
 // vexlor delivers to a target that does nothing, a real plug-in loaded through the configuration.
 #include <filesystem>
 #include <fstream>
+#include <pthread.h>
+#include <sys/time.h>
 #include <vexlor/vexlor.h>
 
 #include "cases.h"
@@ -70,10 +73,31 @@ void emptySharedLibraryCall(benchmark::State& state)
     }
 }
 
+// What every emitted record costs before anything is formatted or delivered: the wall clock with
+// microseconds and the container's recursive POSIX mutex taken and released.
+void clockAndLock(benchmark::State& state)
+{
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_t mutex;
+    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    timeval now{};
+    for (auto _ : state) {
+        gettimeofday(&now, nullptr);
+        benchmark::DoNotOptimize(now);
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_unlock(&mutex);
+    }
+    pthread_mutex_destroy(&mutex);
+}
+
 const bool REGISTERED = [] {
     bench::addLibrary("vexlor", filtered, value, connection);
     bench::add("vexlor_dump of 64 bytes", "vexlor", dump64Bytes);
     bench::add("empty call into a shared library", "baseline", emptySharedLibraryCall);
+    bench::add("gettimeofday and a recursive mutex, the floor of an emitted record", "baseline", clockAndLock);
     return true;
 }();
 
