@@ -597,13 +597,14 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
     return static_cast<int>(out.length());
 }
 
-// va_copy. On x86-64 the caller has just written the list field by field, and va_copy reads it
+#if defined(__x86_64__)
+// va_copy for x86-64. The caller has just written the list field by field, and va_copy reads it
 // back in one 16-byte load, which cannot be served from those smaller pending writes and waits
-// for them: there the System V list, a plain record of two offsets and two pointers, is copied
-// field by field (volatile, so that the compiler does not merge the reads again).
+// for them: the System V list, a plain record of two offsets and two pointers, is copied field by
+// field instead (volatile, so that the compiler does not merge the reads again). Both parameters
+// are pointers there, as a va_list parameter always is on x86-64.
 void copyArguments(va_list to, va_list from)
 {
-#if defined(__x86_64__)
     struct CFields {
         std::uint32_t generalOffset;
         std::uint32_t floatOffset;
@@ -617,10 +618,8 @@ void copyArguments(va_list to, va_list from)
     target->floatOffset = source->floatOffset;
     target->overflowArea = source->overflowArea;
     target->saveArea = source->saveArea;
-#else
-    va_copy(to, from);
-#endif
 }
+#endif
 
 }  // namespace
 
@@ -635,7 +634,11 @@ int formatPrintf(char* buffer, std::size_t size, const char* format, va_list arg
         return -1;
     }
     va_list own;
+#if defined(__x86_64__)
     copyArguments(own, args);
+#else
+    va_copy(own, args);
+#endif
     const int length = formatOwn(buffer, size, format, own);
     va_end(own);
     // The fallback reads the arguments from the start, from the caller's untouched list.
