@@ -574,11 +574,24 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
             out.put(p++, 1);
             continue;
         }
+        // Most conversions in log messages are bare: with this directive's constant fields the
+        // compiler drops every test of flags, width and precision from these copies of the
+        // conversions. The commonest are tested here, so that they cost one dispatch, not two.
         CDirective directive;
-        if (isConversion(*p)) {
-            // Most conversions in log messages are bare: with this directive's constant fields the
-            // compiler drops every test of flags, width and precision from this copy of convert().
-            directive.conversion = *p++;
+        directive.conversion = *p;
+        if (directive.conversion == 'd' || directive.conversion == 'i') {
+            ++p;
+            putSigned(out, directive, va_arg(args, int));
+        } else if (directive.conversion == 's') {
+            ++p;
+            if (!putString(out, directive, va_arg(args, const char*))) {
+                return -1;
+            }
+        } else if (directive.conversion == 'u') {
+            ++p;
+            putUnsigned(out, directive, va_arg(args, unsigned int));
+        } else if (isConversion(directive.conversion)) {
+            ++p;
             if (!convert(out, directive, args)) {
                 return -1;
             }
