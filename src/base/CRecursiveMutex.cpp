@@ -24,8 +24,9 @@ CRecursiveMutex::~CRecursiveMutex()
 // The log path holds the lock only while it hands one record to the targets, a few tens of
 // nanoseconds with fast targets. A thread that finds it taken therefore watches it for a while
 // before it sleeps in the kernel: sleeping and being woken cost far more than the wait, and turned
-// two logging threads into a queue of system calls. Watching reads the lock word only, so the
-// holder's cache line is not taken away from it until the lock looks free.
+// two logging threads into a queue of system calls. Watching reads the lock word only (glibc's
+// futex word, zero while the mutex is free), so the holder's cache line is not taken away from it
+// until the lock looks free. A mutex this thread holds never gets here: trylock takes it again.
 void CRecursiveMutex::lockContended()
 {
     constexpr int SPINS = 200;
