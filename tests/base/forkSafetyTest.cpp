@@ -52,7 +52,7 @@ TEST_F(ForkSafetyTest, ChildrenOfAProcessThatLogsOnOtherThreadsNeverHang)
                 vexlor(busy, VX_INFO, "from child");
             }
             exit(messages() == std::vector<std::string>(i % 2 == 0 ? 1 : 0, "from child") ? 0 : 1);
-        });
+        }, EForkMoment::NOW);
         failed = status != 0 ? i : -1;
     }
     stop = true;

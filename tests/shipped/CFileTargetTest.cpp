@@ -83,7 +83,7 @@ TEST_F(CFileTargetTest, AForkChildNeverWritesItsParentsBufferedRecords)
     log(VX_INFO, "parent 1");
     const bool childMayLog = childMayStartThreads();
     for (const bool childLogs : {false, childMayLog}) {
-        const pid_t child = fork();
+        const pid_t child = forkWhenOthersSleep();
         ASSERT_NE(-1, child);
         if (child == 0) {
             if (childLogs) {

@@ -174,7 +174,7 @@ TEST_F(CRemoteTargetTest, ForkChildSendsOnlyItsOwnRecords)
     std::multiset<std::string> want = {"4711 parent 0", "4711 parent 1"};
     log(VX_INFO, "parent 0", "", 4711);
     log(VX_INFO, "parent 1", "", 4711);
-    const pid_t child = fork();
+    const pid_t child = forkWhenOthersSleep();
     if (child == 0) {
         for (int i = 0; childMayStartThreads() && i < 2; ++i) {
             log(VX_INFO, "child " + std::to_string(i), "", 4712);

@@ -13,6 +13,7 @@
 
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
+#include "runInChild.h"
 #include "targets/CLogTargetContainer.h"
 #include "waitUntil.h"
 

@@ -1,19 +1,52 @@
-// Runs a part of a test in a fork child, for what may happen only once per process or must not
-// touch the test process (its exit, a signal, a hang). No gtest assertion in the child: its
-// result is what `body` returns, as the child's exit status.
+// Forks for a test: a part of it that may happen only once per process or must not touch the
+// test process (its exit, a signal, a hang), and the children that fork tests make themselves.
 #pragma once
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "waitUntil.h"
 
-// The child's exit status; -1 when it did not exit normally or did not end in time.
-template <typename Body>
-int runInChild(Body body)
+// fork() once every other thread of this process sleeps. GCC 12's AddressSanitizer takes no lock
+// around fork: a thread caught inside its allocator (a thread that is still starting, for one)
+// leaves the allocator's lock held in the child for good, and the child hangs at its next free.
+// Gives up waiting after a few seconds and forks all the same.
+inline pid_t forkWhenOthersSleep()
 {
-    const pid_t pid = fork();
+    const std::string self = std::to_string(gettid());
+    waitUntil(
+        [&] {
+            for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+                std::ifstream stat(task.path() / "stat");
+                std::string line;
+                std::getline(stat, line);
+                const std::size_t name = line.rfind(')');  // the state follows the name
+                const char state = name != std::string::npos && name + 2 < line.size() ? line[name + 2] : 'S';
+                if (task.path().filename() != self && (state == 'R' || state == 'D')) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        std::chrono::seconds(5));
+    return fork();
+}
+
+// When runInChild forks: once the other threads sleep, or at once (for a test of forks that
+// meet running threads on purpose).
+enum class EForkMoment { QUIET, NOW };
+
+// Runs `body` in a fork child, whose result is what `body` returns, as the child's exit status:
+// no gtest assertion in the child. The status, or -1 when it did not exit normally or did not end
+// in time.
+template <typename Body>
+int runInChild(Body body, EForkMoment moment = EForkMoment::QUIET)
+{
+    const pid_t pid = moment == EForkMoment::QUIET ? forkWhenOthersSleep() : fork();
     if (pid == 0) {
         _exit(body());
     }

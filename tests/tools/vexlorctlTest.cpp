@@ -21,6 +21,7 @@
 #include "controlProtocol.h"
 #include "levelText.h"
 #include "processList.h"
+#include "runInChild.h"
 #include "waitUntil.h"
 
 namespace {
@@ -204,7 +205,7 @@ TEST_F(CVexlorctlTest, ForkChildNeitherKeepsTheSocketNorHangsAtExit)
     vexlor_create_component("net", VX_WARN, "");
     int release[2];
     ASSERT_EQ(0, pipe(release));
-    const pid_t child = fork();
+    const pid_t child = forkWhenOthersSleep();
     ASSERT_NE(-1, child);
     if (child == 0) {
         char c;
