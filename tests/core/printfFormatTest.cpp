@@ -11,7 +11,9 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <limits>
+#include <sys/mman.h>
 #include <type_traits>
+#include <unistd.h>
 #include <vector>
 
 #include "core/printfFormat.h"
@@ -159,6 +161,29 @@ TEST(PrintfFormatTest, CutsAtEveryPosition)
 
 // A format that must go to vsnprintf whole: nothing of it may be taken for one of ours. And the C
 // library's answer to a null format, which its declaration forbids asking it.
+// The formatter reads texts in blocks that may go past their end, but never into the next page:
+// formats and strings that end at every position before an inaccessible page.
+TEST(PrintfFormatTest, NeverReadsIntoThePageAfterAText)
+{
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(MAP_FAILED, pages);
+    char* const end = static_cast<char*>(pages) + page;
+    ASSERT_EQ(0, mprotect(end, page, PROT_NONE));
+    for (std::size_t length = 1; length <= 40; ++length) {
+        char* const text = end - length;
+        std::memset(text, 'x', length - 1);
+        text[length - 1] = '\0';
+        EXPECT_TRUE(sameAsLibc(64, text));
+        EXPECT_TRUE(sameAsLibc(64, "%s|", text));
+        if (length >= 3) {
+            std::memcpy(end - 3, "%d", 3);
+            EXPECT_TRUE(sameAsLibc(64, text, 42));
+        }
+    }
+    munmap(pages, 2 * page);
+}
+
 TEST(PrintfFormatTest, LeavesTheRestToVsnprintf)
 {
     for (const std::size_t size : {std::size_t{64}, std::size_t{4}}) {
