@@ -1,6 +1,6 @@
-// Creation of a shipped target: the text of what its constructor throws is prefixed with the
-// target's kind and name (name= or, by default, the kind), so the one syslog line names the
-// target, the parameter and the value.
+// Creation of a shipped target, whose class names its kind in KIND (also its default name): the
+// text of what its constructor throws is prefixed with the kind and the name (name= or, by
+// default, the kind), so the one syslog line names the target, the parameter and the value.
 #pragma once
 
 #include <stdexcept>
@@ -9,8 +9,9 @@
 #include <vexlor/vexlor_target.h>
 
 template <typename Target>
-ILogTarget* createTarget(const CLogTargetParameters& parameters, const char* kind)
+ILogTarget* createTarget(const CLogTargetParameters& parameters)
 {
+    const char* const kind = Target::KIND;
     try {
         return new Target(parameters);
     } catch (const std::exception& e) {

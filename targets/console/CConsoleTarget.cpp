@@ -59,13 +59,12 @@ bool useColour(const std::string& mode, int fd)
 
 class CConsoleTarget final : public CLogTargetBase {
 public:
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CConsoleTarget>(parameters, "console");
-    }
+    static constexpr const char* KIND = "console";
+
+    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CConsoleTarget>(parameters); }
 
     explicit CConsoleTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "console")
+        : CLogTargetBase(parameters, KIND)
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_stream(streamDescriptor(targetParameter(parameters, "stream", "stderr")))

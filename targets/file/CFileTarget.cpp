@@ -38,13 +38,12 @@ void abandon(std::unique_ptr<CFileSink>& sink)
 
 class CFileTarget final : public CLogTargetBase {
 public:
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CFileTarget>(parameters, "file");
-    }
+    static constexpr const char* KIND = "file";
+
+    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CFileTarget>(parameters); }
 
     explicit CFileTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "file")
+        : CLogTargetBase(parameters, KIND)
         , m_options(CFileOptions::fromParameters(parameters))
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters))

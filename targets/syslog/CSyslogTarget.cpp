@@ -27,13 +27,12 @@ int facilityOrDefault(const std::string& name)
 
 class CSyslogTarget final : public CLogTargetBase {
 public:
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CSyslogTarget>(parameters, "syslog");
-    }
+    static constexpr const char* KIND = "syslog";
+
+    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CSyslogTarget>(parameters); }
 
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "syslog")
+        : CLogTargetBase(parameters, KIND)
         , m_facility(facilityOrDefault(targetParameter(parameters, "facility")))
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters, DEFAULT_PATTERN))
