@@ -1,4 +1,4 @@
-// The cases every library runs, registered as "<case>/<library>": tools/bench.sh puts each case on
+// The cases every library runs, registered as "<case>/<library>": scripts/bench.sh puts each case on
 // a line and the libraries side by side.
 #pragma once
 

@@ -1,4 +1,4 @@
-# Debian packages from the install components (tools/package.sh runs cpack): `runtime` is
+# Debian packages from the install components (scripts/package.sh runs cpack): `runtime` is
 # libvexlor1, `devel` libvexlor-dev, `tools` vexlor-tools, and every other component (a target
 # that links a library of its own) vexlor-target-<component>. Dependencies on system libraries
 # come from dpkg-shlibdeps; the packages of one build depend on each other at the same version.

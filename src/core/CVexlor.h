@@ -1,6 +1,6 @@
 // The process-wide logging object: the main instance (configuration, targets, watcher) and the
 // NoVexlor instance (syslog side only). Its members are the binary interface; the component
-// registry (src/levels) and the target container (src/targets) do most of the work.
+// registry (src/levels) and the target container (src/container) do most of the work.
 #pragma once
 
 #include <cstdarg>
@@ -15,7 +15,7 @@
 #include "base/visibility.h"
 #include "levels/CComponentRegistry.h"
 #include "levels/IComponentCfgUpdateSink.h"
-#include "targets/CLogTargetContainer.h"
+#include "container/CLogTargetContainer.h"
 
 class VEXLOR_API CVexlor final : public IComponentCfgUpdateSink {
 public:

@@ -1,7 +1,7 @@
 # Checks the layering of src/: a file of a subsystem includes only from its own folder and the
-# folders below it (base <- levels <- config <- targets <- core).
+# folders below it (base <- levels <- config <- container <- core).
 #   cmake -DSOURCE_DIR=<src> -P <this file>
-set(layers base levels config targets core)
+set(layers base levels config container core)
 set(failures "")
 foreach(layer IN LISTS layers)
   list(FIND layers ${layer} rank)

@@ -16,7 +16,7 @@
 #include "CTempDir.h"
 #include "levels/IComponentCfgUpdateSink.h"
 #include "runInChild.h"
-#include "targets/CLogTargetContainer.h"
+#include "container/CLogTargetContainer.h"
 #include "testPaths.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "config/CConfigRead.h"
 #include "levels/CComponentRegistry.h"
-#include "targets/targetLine.h"
+#include "container/targetLine.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The file target's own size rotation, and the real logrotate moving and compressing or truncating
-// the file while threads log: every record logged is found exactly once. (tools/install-deps.sh
+// the file while threads log: every record logged is found exactly once. (scripts/install-deps.sh
 // installs logrotate.)
 #include <atomic>
 #include <mutex>

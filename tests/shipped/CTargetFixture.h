@@ -14,7 +14,7 @@
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
 #include "runInChild.h"
-#include "targets/CLogTargetContainer.h"
+#include "container/CLogTargetContainer.h"
 #include "waitUntil.h"
 
 // 2099-01-01T00:00:00Z: past 2038 for 32-bit systems, and rsyslogd 8.2302 takes no later year.

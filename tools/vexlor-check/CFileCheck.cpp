@@ -18,7 +18,7 @@
 #include "levelText.h"
 #include "levels/CComponentRegistry.h"
 #include "syslogCapture.h"
-#include "targets/targetLine.h"
+#include "container/targetLine.h"
 
 namespace {
 

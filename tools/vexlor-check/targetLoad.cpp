@@ -9,8 +9,8 @@
 #include <vexlor/vexlor_target.h>
 
 #include "syslogCapture.h"
-#include "targets/CDynamicModule.h"
-#include "targets/CLogTargetContainer.h"
+#include "container/CDynamicModule.h"
+#include "container/CLogTargetContainer.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// Asks one process's control target one question (see targets/control/controlProtocol.h).
+// Asks one process's control target one question (see interop/controlProtocol.h).
 #pragma once
 
 #include <string>

@@ -20,7 +20,7 @@ $apt update || true
 (cd "$work/debs" && $apt download $packages)
 for deb in "$work"/debs/*.deb; do
   dpkg-deb -x "$deb" "$work/tree"
-  # The packages' own library-to-dependency lines: tools/package.sh armhf names them in the
+  # The packages' own library-to-dependency lines: scripts/package.sh armhf names them in the
   # Depends of the targets that link these libraries.
   dpkg-deb -I "$deb" shlibs >>"$work/shlibs" 2>/dev/null || true
 done

@@ -1,5 +1,5 @@
 // Loading of one plug-in library with its optional hooks and its class factory.
-#include "targets/CDynamicModule.h"
+#include "container/CDynamicModule.h"
 
 #include <cerrno>
 #include <dlfcn.h>

@@ -3,7 +3,7 @@
 # Arguments name further presets to run as well: asan, tsan, clang, armhf (or "all" for every one).
 set -eu
 cd "$(dirname "$0")/.."
-tools/install-deps.sh
+scripts/install-deps.sh
 presets="dev"
 for arg in "$@"; do
   case "$arg" in

@@ -1,5 +1,5 @@
 // Grammar of a `target` value: items at ",", pieces at "=", empty ones dropped, all trimmed.
-#include "targets/targetLine.h"
+#include "container/targetLine.h"
 
 #include <boost/algorithm/string/trim.hpp>
 #include <boost/tokenizer.hpp>

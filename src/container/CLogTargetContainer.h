@@ -11,7 +11,7 @@
 #include "base/visibility.h"
 #include "config/CConfigRead.h"
 #include "config/CConfigWatcher.h"
-#include "targets/CTargetRegistry.h"
+#include "container/CTargetRegistry.h"
 
 class IComponentCfgUpdateSink;
 

@@ -6,7 +6,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 mirror="${VEXLOR_DEBIAN_MIRROR:-http://deb.debian.org/debian}"
-tools/package.sh >/dev/null
+scripts/package.sh >/dev/null
 root=$(mktemp -d /var/tmp/vexlor-root.XXXXXX)
 trap 'rm -rf "$root"' EXIT
 chmod 755 "$root"  # apt's download user must reach it

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Prints the stripped sizes of libvexlor.so.1 and of every plug-in built under targets/ and
 # examples/ of a build directory (default: build/armhf), with that build's own strip.
-# Usage: tools/sizes.sh [build-dir]
+# Usage: scripts/sizes.sh [build-dir]
 set -eu
 cd "$(dirname "$0")/.."
 build="${1:-build/armhf}"

@@ -12,7 +12,7 @@
 #include "CRecorder.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
-#include "targets/CLogTargetContainer.h"
+#include "container/CLogTargetContainer.h"
 #include "testPaths.h"
 
 // Present when the test runs under LeakSanitizer.

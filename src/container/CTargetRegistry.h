@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "targets/CDynamicModule.h"
+#include "container/CDynamicModule.h"
 
 class ILogTarget;
 

@@ -2,7 +2,7 @@
 # Sets up what is missing, builds and runs the demo (about fifteen seconds).
 set -eu
 cd "$(dirname "$0")/.."
-tools/install-deps.sh
+scripts/install-deps.sh
 cmake --preset demo >/dev/null
 cmake --build --preset demo
 exec build/demo/examples/vexlor-demo

@@ -1,14 +1,14 @@
 #!/bin/sh
 # Builds the Debian packages into build/packages/: libvexlor1, libvexlor-dev, vexlor-tools and
 # one vexlor-target-<name> per target that needs a library of its own.
-#   tools/package.sh            amd64 (the machine's own architecture)
-#   tools/package.sh armhf      cross-built with cmake/toolchains/armhf.cmake
-#   tools/package.sh <preset>   any configure preset, or a toolchain file (path ending in .cmake)
+#   scripts/package.sh            amd64 (the machine's own architecture)
+#   scripts/package.sh armhf      cross-built with cmake/toolchains/armhf.cmake
+#   scripts/package.sh <preset>   any configure preset, or a toolchain file (path ending in .cmake)
 # Installed paths are those of a Debian system whatever the preset says: /usr, the multiarch
 # library directory, /etc/vexlor.
 set -eu
 cd "$(dirname "$0")/.."
-tools/install-deps.sh
+scripts/install-deps.sh
 choice="${1:-release}"
 case "$choice" in
   *.cmake) name=$(basename "$choice" .cmake); configure="--toolchain $choice" ;;
@@ -34,7 +34,7 @@ if [ "$arch" != "$(dpkg --print-architecture)" ]; then
   # A cross build: the target's C and C++ libraries are those of Debian's cross toolchain
   # (/usr/<triplet>/lib), whose package files name the cross packages. dpkg-shlibdeps is told
   # where they are, and its answer is turned into the target system's package names. Libraries
-  # unpacked there by tools/install-armhf-libs.sh belong to no package: their packages' shlibs
+  # unpacked there by scripts/install-armhf-libs.sh belong to no package: their packages' shlibs
   # lines, kept in /usr/<triplet>/shlibs, are handed over as debian/shlibs.local.
   shim="$build/cross-shlibdeps"
   mkdir -p "$shim"

@@ -1,5 +1,5 @@
 // The container frame and its members, most of them forwarders to the class that does the work.
-#include "targets/CLogTargetContainer.h"
+#include "container/CLogTargetContainer.h"
 
 #include <syslog.h>
 #include <system_error>

@@ -4,7 +4,7 @@
 # against vsnprintf. Medians of the repetitions (default 10), in random interleaving.
 set -eu
 cd "$(dirname "$0")/.."
-tools/install-bench-deps.sh
+scripts/install-bench-deps.sh
 repetitions=${1:-10}
 cmake --preset bench >/dev/null
 cmake --build --preset bench
@@ -13,5 +13,5 @@ for binary in vexlor_bench vexlor_format_bench; do
   build/bench/bench/$binary --benchmark_repetitions="$repetitions" --benchmark_enable_random_interleaving=true \
     --benchmark_report_aggregates_only=true --benchmark_format=json >"$report"
   echo
-  python3 tools/benchTable.py "$report"
+  python3 scripts/benchTable.py "$report"
 done

@@ -5,7 +5,7 @@
 # any; a failing input is saved as build/fuzz/artifacts/<target>-crash-*.
 set -eu
 cd "$(dirname "$0")/.."
-tools/install-deps.sh
+scripts/install-deps.sh
 seconds=${1:-60}
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target vexlor_fuzzers

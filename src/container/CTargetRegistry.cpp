@@ -1,13 +1,13 @@
 // The target registry (see CTargetRegistry.h).
-#include "targets/CTargetRegistry.h"
+#include "container/CTargetRegistry.h"
 
 #include <cerrno>
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
 #include "base/diag.h"
-#include "targets/CLogTargetContainer.h"
-#include "targets/targetLine.h"
+#include "container/CLogTargetContainer.h"
+#include "container/targetLine.h"
 
 namespace {
 
