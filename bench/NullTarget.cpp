@@ -5,7 +5,10 @@ namespace {
 
 class CNullTarget final : public CLogTargetBase {
 public:
-    explicit CNullTarget(const CLogTargetParameters& parameters) : CLogTargetBase(parameters, "null") {}
+    explicit CNullTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "null")
+    {
+    }
     void log(int, int, long long, int, vexlor_level*, const std::string&, const std::string&, const std::string&,
              const std::string&) override
     {

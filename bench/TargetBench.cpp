@@ -35,7 +35,7 @@ const char* const SPDLOG_PATTERN = "%Y-%m-%d %H:%M:%S.%f bench[%P] %l %n [%t] %v
 struct CCase {
     std::string name;
     std::function<double(long, const std::string&)> run;  // seconds for `records` into the file
-    std::string file;                                     // empty: writes to /dev/null
+    std::string file;  // empty: writes to /dev/null
 };
 
 double seconds(std::chrono::steady_clock::time_point start)
@@ -63,7 +63,8 @@ double viaVexlor(long records, const std::string& targetLine)
 
 double viaSpdlog(long records, const std::string& file, bool flushEach)
 {
-    auto logger = std::make_shared<spdlog::logger>("net", std::make_shared<spdlog::sinks::basic_file_sink_mt>(file, true));
+    auto logger =
+        std::make_shared<spdlog::logger>("net", std::make_shared<spdlog::sinks::basic_file_sink_mt>(file, true));
     logger->set_pattern(SPDLOG_PATTERN);
     if (flushEach) {
         logger->flush_on(spdlog::level::trace);
@@ -78,7 +79,7 @@ double viaSpdlog(long records, const std::string& file, bool flushEach)
 
 struct CTimes {
     double wall;  // seconds of the logging loop, in the child
-    double cpu;   // user and system seconds of the whole child
+    double cpu;  // user and system seconds of the whole child
 };
 
 // Runs one case in a child process; its seconds come back through a pipe.
@@ -108,7 +109,7 @@ CTimes runCase(const CCase& c, long records)
     rusage use{};
     wait4(child, &status, 0, &use);
     const double cpu = static_cast<double>(use.ru_utime.tv_sec + use.ru_stime.tv_sec) +
-                       static_cast<double>(use.ru_utime.tv_usec + use.ru_stime.tv_usec) / 1e6;
+        static_cast<double>(use.ru_utime.tv_usec + use.ru_stime.tv_usec) / 1e6;
     return {got && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? taken : -1, cpu};
 }
 
@@ -117,7 +118,8 @@ CTimes runCase(const CCase& c, long records)
 int main(int argc, char** argv)
 {
     const long records = argc > 1 ? std::atol(argv[1]) : 1000000;
-    const std::string dir = argc > 2 ? argv[2] : std::filesystem::temp_directory_path().string() + "/vexlor-target-bench";
+    const std::string dir =
+        argc > 2 ? argv[2] : std::filesystem::temp_directory_path().string() + "/vexlor-target-bench";
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     const int only = argc > 3 ? std::atoi(argv[3]) : 0;
@@ -133,7 +135,9 @@ int main(int argc, char** argv)
          },
          dir + "/buffered.log"},
         {"vexlor file target, default (one write per record)",
-         [&](long n, const std::string& f) { return viaVexlor(n, "target = " VEXLOR_BENCH_FILE_TARGET ", path=" + f + pattern); },
+         [&](long n, const std::string& f) {
+             return viaVexlor(n, "target = " VEXLOR_BENCH_FILE_TARGET ", path=" + f + pattern);
+         },
          dir + "/default.log"},
         {"vexlor console target into /dev/null",
          [&](long n, const std::string&) {
@@ -144,7 +148,8 @@ int main(int argc, char** argv)
     if (only >= 1 && only <= static_cast<int>(cases.size())) {
         const CCase& c = cases[static_cast<std::size_t>(only - 1)];
         dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // the console case writes there
-        std::fprintf(stderr, "%s: %.0f records/s\n", c.name.c_str(), static_cast<double>(records) / c.run(records, c.file));
+        std::fprintf(stderr, "%s: %.0f records/s\n", c.name.c_str(),
+                     static_cast<double>(records) / c.run(records, c.file));
         std::filesystem::remove_all(dir);
         return 0;
     }
@@ -172,12 +177,13 @@ int main(int argc, char** argv)
         perSecond.push_back(static_cast<double>(records) / *std::min_element(wall[i].begin(), wall[i].end()));
         cpuPerRecord.push_back(*std::min_element(cpu[i].begin(), cpu[i].end()) * 1e9 / static_cast<double>(records));
     }
-    std::printf("| case | records/s | vs spdlog, no flush | vs spdlog, flush per record | processor ns/record | bytes/record |\n"
+    std::printf("| case | records/s | vs spdlog, no flush | vs spdlog, flush per record | processor ns/record | "
+                "bytes/record |\n"
                 "|---|---:|---:|---:|---:|---:|\n");
     for (std::size_t i = 0; i < cases.size(); ++i) {
         const std::string bytes = cases[i].file.empty()
-                                      ? "-"
-                                      : std::to_string(std::filesystem::file_size(cases[i].file) / static_cast<unsigned long>(records));
+            ? "-"
+            : std::to_string(std::filesystem::file_size(cases[i].file) / static_cast<unsigned long>(records));
         std::printf("| %s | %.0f | %.2f | %.2f | %.0f | %s |\n", cases[i].name.c_str(), perSecond[i],
                     perSecond[i] / perSecond[0], perSecond[i] / perSecond[1], cpuPerRecord[i], bytes.c_str());
     }

@@ -40,7 +40,8 @@ bool parseLevelNumber(const std::string& text, unsigned int& number)
     return number <= HIGHEST;
 }
 
-CLevelSet::CLevelSet(const std::string& text) : m_all(false)
+CLevelSet::CLevelSet(const std::string& text)
+    : m_all(false)
 {
     std::size_t start = 0;
     while ((start = text.find_first_not_of(" \t|", start)) != std::string::npos) {
@@ -55,8 +56,8 @@ CLevelSet::CLevelSet(const std::string& text) : m_all(false)
         unsigned int low = 0;
         unsigned int high = 0;
         const bool ok = dash == std::string::npos
-                            ? parseLevelNumber(item, low) && parseLevelNumber(item, high)
-                            : parseLevelNumber(item.substr(0, dash), low) && parseLevelNumber(item.substr(dash + 1), high);
+            ? parseLevelNumber(item, low) && parseLevelNumber(item, high)
+            : parseLevelNumber(item.substr(0, dash), low) && parseLevelNumber(item.substr(dash + 1), high);
         if (!ok) {
             throw std::invalid_argument("levels=" + text + ": \"" + item +
                                         "\" is not a level (emerg ... debug, trace, 0-32, a range such as "

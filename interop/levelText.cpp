@@ -14,7 +14,7 @@ constexpr unsigned int BITS = 32;
 bool isHex(const std::string& text)
 {
     return text.size() > 2 && text.size() <= 10 && (text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0) &&
-           text.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos;
+        text.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos;
 }
 
 bool isBitString(const std::string& text)
@@ -67,9 +67,10 @@ bool parseLevels(const std::string& text, unsigned int& mask, std::string& error
         try {
             mask |= levelSetMask(CLevelSet(item));
         } catch (const std::invalid_argument&) {
-            error = "\"" + item + "\" is not a level: give a hex mask (0x1f), a bit string (000011111) or level "
-                                  "names and numbers (emerg alert crit err warn notice info debug trace, 0-31, "
-                                  "ranges such as emerg-warn, all)";
+            error = "\"" + item +
+                "\" is not a level: give a hex mask (0x1f), a bit string (000011111) or level "
+                "names and numbers (emerg alert crit err warn notice info debug trace, 0-31, "
+                "ranges such as emerg-warn, all)";
             return false;
         }
     }

@@ -22,7 +22,7 @@ using Logger = logging::sources::severity_logger_mt<Severity>;
 
 class CEmptyBackend final : public logging::sinks::basic_sink_backend<logging::sinks::synchronized_feeding> {
 public:
-    void consume(const logging::record_view&) {}
+    void consume(const logging::record_view&) { }
 };
 
 Logger& benchLogger()

@@ -54,8 +54,8 @@ void connection(benchmark::State& state)
 {
     setUp();
     for (auto _ : state) {
-        LOG(INFO) << bench::CONNECTION_NAME << ": connection " << bench::CONNECTION_ID << " to " << bench::CONNECTION_PEER
-                  << " established in " << bench::CONNECTION_MILLISECONDS << " ms";
+        LOG(INFO) << bench::CONNECTION_NAME << ": connection " << bench::CONNECTION_ID << " to "
+                  << bench::CONNECTION_PEER << " established in " << bench::CONNECTION_MILLISECONDS << " ms";
     }
 }
 

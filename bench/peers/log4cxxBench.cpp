@@ -10,8 +10,8 @@ namespace {
 
 class CEmptyAppender final : public log4cxx::AppenderSkeleton {
 public:
-    void append(const log4cxx::spi::LoggingEventPtr&, log4cxx::helpers::Pool&) override {}
-    void close() override {}
+    void append(const log4cxx::spi::LoggingEventPtr&, log4cxx::helpers::Pool&) override { }
+    void close() override { }
     bool requiresLayout() const override { return false; }
 };
 
@@ -47,9 +47,10 @@ void connection(benchmark::State& state)
 {
     const log4cxx::LoggerPtr& logger = benchLogger();
     for (auto _ : state) {
-        LOG4CXX_INFO(logger, bench::CONNECTION_NAME << ": connection " << bench::CONNECTION_ID << " to "
-                                                    << bench::CONNECTION_PEER << " established in "
-                                                    << bench::CONNECTION_MILLISECONDS << " ms");
+        LOG4CXX_INFO(logger,
+                     bench::CONNECTION_NAME << ": connection " << bench::CONNECTION_ID << " to "
+                                            << bench::CONNECTION_PEER << " established in "
+                                            << bench::CONNECTION_MILLISECONDS << " ms");
     }
 }
 

@@ -13,7 +13,8 @@ namespace {
 spdlog::logger& benchLogger()
 {
     static const auto logger = [] {
-        auto created = std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink<std::mutex>>());
+        auto created =
+            std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink<std::mutex>>());
         created->set_level(spdlog::level::info);
         return created;
     }();

@@ -14,9 +14,9 @@ extern "C" {
 
 /* One stored key. Binary interface: callers read the fields directly. */
 typedef struct cfread_entry {
-    int index;     /* the slot of the table that holds this entry */
-    char* key;     /* private copy */
-    char* value;   /* private copy, never null */
+    int index; /* the slot of the table that holds this entry */
+    char* key; /* private copy */
+    char* value; /* private copy, never null */
     int int_value; /* decimal number, 1 for "true", 0 for "false", else -1 */
 } cfread_entry;
 
@@ -25,10 +25,10 @@ typedef struct cfread_entry {
 typedef int (*cfread_callback)(const char* key, const char* value, void* user_data);
 
 typedef struct cfread_handle {
-    int count;              /* live entries */
-    int capacity;           /* slots in entries: 0, then a multiple of 64 */
+    int count; /* live entries */
+    int capacity; /* slots in entries: 0, then a multiple of 64 */
     cfread_entry** entries; /* slot table, empty slots are null */
-    const char* filename;   /* the file being read, for messages */
+    const char* filename; /* the file being read, for messages */
     cfread_callback callback;
     void* user_data;
     unsigned char call_on_empty;

@@ -59,7 +59,7 @@ VEXLOR_API extern vexlor_level* VX_NOTICE;
 VEXLOR_API extern vexlor_level* VX_INFO;
 VEXLOR_API extern vexlor_level* VX_DEBUG;
 VEXLOR_API extern vexlor_level* VX_ENTERLEAVE;  // function entry/exit and thread start/end lines
-VEXLOR_API extern vexlor_level* VX_ALL;         // number 32, all 32 mask bits
+VEXLOR_API extern vexlor_level* VX_ALL;  // number 32, all 32 mask bits
 
 // Logs a printf-style message when `component`'s mask shares a bit with `level`'s mask.
 // A null component or level logs nothing. Messages are cut to 2047 characters.
@@ -90,14 +90,12 @@ VEXLOR_API void vexlor_enter_function(vexlor_component* component, const char* f
 VEXLOR_API void vexlor_leave_function(vexlor_component* component);
 
 // Logs `length` bytes at `data` as hex dump lines, one record per 16 bytes.
-VEXLOR_API void vexlor_dump(vexlor_component* component, vexlor_level* level, const void* data,
-                            unsigned int length);
+VEXLOR_API void vexlor_dump(vexlor_component* component, vexlor_level* level, const void* data, unsigned int length);
 
 // Returns the component registered under `name`, or creates it with `level`'s mask (0 for a null
 // level). `descriptions` ("0=off,1=error") is appended to its level descriptions. Null only for
 // a null name (reported to syslog); logging with a null component logs nothing.
-VEXLOR_API vexlor_component* vexlor_create_component(const char* name, vexlor_level* level,
-                                                     const char* descriptions);
+VEXLOR_API vexlor_component* vexlor_create_component(const char* name, vexlor_level* level, const char* descriptions);
 
 // Creates a new level record with mask 1 << numeric (0 for numbers from 32 on).
 VEXLOR_API vexlor_level* vexlor_level_create(unsigned int numeric);

@@ -17,13 +17,13 @@
 // Base of every object a plug-in factory creates. Slots 0-1: the destructor pair.
 class VEXLOR_API IDynamicObject {
 public:
-    virtual ~IDynamicObject() {}
+    virtual ~IDynamicObject() { }
 };
 
 // Base of every creation parameter object. Slots 0-1: the destructor pair.
 class VEXLOR_API IDynamicObjectCreationParams {
 public:
-    virtual ~IDynamicObjectCreationParams() {}
+    virtual ~IDynamicObjectCreationParams() { }
 };
 
 // The parameters of one log target: every well-formed key=value item of its configuration line,
@@ -63,8 +63,8 @@ public:
     // Slot 2: one record. The strings are valid only during the call; copy what you keep.
     // `level` is never null; `seconds`/`microseconds` come from the same wall-clock reading.
     virtual void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-                     const std::string& threadName, const std::string& componentName,
-                     const std::string& functionName, const std::string& message) = 0;
+                     const std::string& threadName, const std::string& componentName, const std::string& functionName,
+                     const std::string& message) = 0;
     // Slot 3: a component was created, asked for again, or had its mask set by the configuration.
     // The record stays valid for the life of the process.
     virtual void onComponentAdded(vexlor_component* component) = 0;
@@ -127,7 +127,7 @@ inline std::string targetParameter(const CLogTargetParameters& parameters, const
 class CLogTargetBase : public ILogTarget {
 public:
     std::string getName() override { return m_name; }
-    void onComponentAdded(vexlor_component* /*component*/) override {}
+    void onComponentAdded(vexlor_component* /*component*/) override { }
     int isSyslogTarget() override { return 0; }
     void setAppname(const std::string& name) override { m_appname = name; }
 
@@ -191,11 +191,11 @@ public:
 };
 
 // Defines the plug-in's getClassFactory for one target class: VEXLOR_TARGET_PLUGIN(CMyTarget)
-#define VEXLOR_TARGET_PLUGIN(Target)                                                          \
-    extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()        \
-    {                                                                                         \
-        static CLogTargetFactory<Target> factory;                                             \
-        return &factory;                                                                      \
+#define VEXLOR_TARGET_PLUGIN(Target)                                                                                   \
+    extern "C" __attribute__((visibility("default"))) IClassFactory* getClassFactory()                                 \
+    {                                                                                                                  \
+        static CLogTargetFactory<Target> factory;                                                                      \
+        return &factory;                                                                                               \
     }
 
 #endif  // VEXLOR_VEXLOR_TARGET_H

@@ -6,7 +6,10 @@
 class CFileDescriptor {
 public:
     CFileDescriptor() = default;
-    explicit CFileDescriptor(int fd) : m_fd(fd) {}
+    explicit CFileDescriptor(int fd)
+        : m_fd(fd)
+    {
+    }
     ~CFileDescriptor() { reset(); }
     CFileDescriptor(const CFileDescriptor&) = delete;
     CFileDescriptor& operator=(const CFileDescriptor&) = delete;

@@ -6,15 +6,9 @@
 
 #include "base/retryOnEintr.h"
 
-CPipeThread::CPipeThread()
-{
-    vx::registerForkChild(this);
-}
+CPipeThread::CPipeThread() { vx::registerForkChild(this); }
 
-CPipeThread::~CPipeThread()
-{
-    vx::unregisterForkChild(this);
-}
+CPipeThread::~CPipeThread() { vx::unregisterForkChild(this); }
 
 int CPipeThread::openPipe(bool nonBlockingWrite)
 {

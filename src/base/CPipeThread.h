@@ -42,7 +42,7 @@ protected:
 
     virtual void run() = 0;
     // In a fork child, after the parent's thread was forgotten and the pipe copies closed.
-    virtual void afterForkInChild() {}
+    virtual void afterForkInChild() { }
 
 private:
     void resetInChild() override;

@@ -15,7 +15,11 @@ protected:
 template <typename T>
 class CScopedLock {
 public:
-    explicit CScopedLock(T& lockable) : m_lockable(lockable) { m_lockable.lock(); }
+    explicit CScopedLock(T& lockable)
+        : m_lockable(lockable)
+    {
+        m_lockable.lock();
+    }
     ~CScopedLock() { m_lockable.unlock(); }
     CScopedLock(const CScopedLock&) = delete;
     CScopedLock& operator=(const CScopedLock&) = delete;

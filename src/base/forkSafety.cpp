@@ -27,8 +27,8 @@ struct CForkLock {
 struct CRegistry {
     // Taken first by the prepare handler, so nothing registers or leaves while fork runs.
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    std::vector<CForkLock> locks;        // in rank order, then registration order
-    std::vector<IForkChild*> children;   // in registration order
+    std::vector<CForkLock> locks;  // in rank order, then registration order
+    std::vector<IForkChild*> children;  // in registration order
 };
 
 void prepare();
@@ -81,8 +81,9 @@ void parent()
     pthread_mutex_unlock(&r.mutex);
     if (timedOut) {
         // Plain syslog: the library's syslog lock may be the one that was busy.
-        syslog(LOG_WARNING, "vexlor: fork() waited %lds for a logging lock held by another thread (a target "
-                            "blocking inside a call?) - the child starts with that lock made new",
+        syslog(LOG_WARNING,
+               "vexlor: fork() waited %lds for a logging lock held by another thread (a target "
+               "blocking inside a call?) - the child starts with that lock made new",
                static_cast<long>(LOCK_WAIT_SECONDS));
     }
 }
@@ -124,9 +125,9 @@ void unregisterForkLock(pthread_mutex_t* mutex)
 {
     CRegistry& r = registry();
     pthread_mutex_lock(&r.mutex);
-    r.locks.erase(std::remove_if(r.locks.begin(), r.locks.end(),
-                                 [mutex](const CForkLock& lock) { return lock.mutex == mutex; }),
-                  r.locks.end());
+    r.locks.erase(
+        std::remove_if(r.locks.begin(), r.locks.end(), [mutex](const CForkLock& lock) { return lock.mutex == mutex; }),
+        r.locks.end());
     pthread_mutex_unlock(&r.mutex);
 }
 

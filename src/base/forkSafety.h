@@ -13,10 +13,10 @@ namespace vx {
 // while it takes one of an earlier rank only where both are recursive and it already holds the
 // earlier one (a target that logs from inside its own call).
 enum class LockRank {
-    CONTAINER = 0,    // a target container's mutex: the registry of targets and every call into one
-    COMPONENTS = 1,   // a component registry's mutex
+    CONTAINER = 0,  // a target container's mutex: the registry of targets and every call into one
+    COMPONENTS = 1,  // a component registry's mutex
     LEVEL_STORE = 2,  // appends to the level store
-    SYSLOG = 3,       // the library's own calls into syslog
+    SYSLOG = 3,  // the library's own calls into syslog
 };
 
 // A mutex taken around fork. `recursive` tells how to make it new in the child.

@@ -22,9 +22,6 @@ int currentPid()
     return pid;
 }
 
-void refreshPidInChild()
-{
-    cachedPid.store(getpid(), std::memory_order_relaxed);
-}
+void refreshPidInChild() { cachedPid.store(getpid(), std::memory_order_relaxed); }
 
 }  // namespace vx

@@ -19,10 +19,7 @@ const std::string KEY_COMPONENT = "component";
 
 }  // namespace
 
-std::string CConfigRead::defaultFile(const std::string& directory)
-{
-    return directory + "/vexlor.cfg";
-}
+std::string CConfigRead::defaultFile(const std::string& directory) { return directory + "/vexlor.cfg"; }
 
 std::string CConfigRead::appFile(const std::string& directory, const std::string& appname)
 {
@@ -31,7 +28,7 @@ std::string CConfigRead::appFile(const std::string& directory, const std::string
 
 bool CConfigRead::usable(const std::string& path)
 {
-    struct stat status {};
+    struct stat status { };
     if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) {
         m_reportedUnusable.erase(path);
         return true;  // a missing file is the reader's to report
@@ -47,7 +44,7 @@ std::string CConfigRead::fileInForce(const std::string& directory, const std::st
 {
     if (!appname.empty()) {
         std::string candidate = appFile(directory, appname);
-        struct stat status {};
+        struct stat status { };
         if (stat(candidate.c_str(), &status) == 0 && usable(candidate)) {
             return candidate;
         }
@@ -105,9 +102,9 @@ bool CConfigRead::parseComponentLine(const std::string& value, CComponentLine& l
     line.writtenBits = parts[1];
     line.name = boost::algorithm::trim_copy(parts[0]);
     line.bits = boost::algorithm::trim_copy(parts[1]);
-    line.bits.erase(std::remove_if(line.bits.begin(), line.bits.end(),
-                                   [](unsigned char c) { return std::isspace(c) != 0; }),
-                    line.bits.end());
+    line.bits.erase(
+        std::remove_if(line.bits.begin(), line.bits.end(), [](unsigned char c) { return std::isspace(c) != 0; }),
+        line.bits.end());
     return true;
 }
 

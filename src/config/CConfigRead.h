@@ -19,7 +19,11 @@ struct CComponentLine {
 
 class CConfigRead {
 public:
-    CConfigRead(IConfigReadClient& client, IComponentCfgUpdateSink* sink) : m_client(client), m_sink(sink) {}
+    CConfigRead(IConfigReadClient& client, IComponentCfgUpdateSink* sink)
+        : m_client(client)
+        , m_sink(sink)
+    {
+    }
     CConfigRead(const CConfigRead&) = delete;
     CConfigRead& operator=(const CConfigRead&) = delete;
 

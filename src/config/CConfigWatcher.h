@@ -13,7 +13,10 @@ public:
     // The messages to the worker, one native 4-byte integer each.
     enum Message : int { TERMINATE = 0, APPNAME = 1 };
 
-    explicit CConfigWatcher(IWatcherClient& client) : m_client(client) {}
+    explicit CConfigWatcher(IWatcherClient& client)
+        : m_client(client)
+    {
+    }
     ~CConfigWatcher() { stop(); }
 
     // Descriptors and the first watch, on the default file: 0 or -1.

@@ -114,8 +114,7 @@ int readLines(cfread_handle* handle, FILE* file)
         case LineResult::NOT_TERMINATED:
             vx::diag(LOG_ERR, "cfread: non-terminated entry in %s at line %d", handle->filename, lineNumber);
             return -1;
-        case LineResult::ENTRY:
-            break;
+        case LineResult::ENTRY: break;
         }
         const int rc = storeEntry(handle, key, value, lineNumber);
         if (rc != 0) {

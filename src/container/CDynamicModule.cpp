@@ -34,7 +34,10 @@ Function lookUp(void* handle, const std::string& symbol)
 
 }  // namespace
 
-CDynamicModule::CDynamicModule(const std::string& libPath) : m_libPath(libPath) {}
+CDynamicModule::CDynamicModule(const std::string& libPath)
+    : m_libPath(libPath)
+{
+}
 
 CDynamicModule::~CDynamicModule()
 {
@@ -53,7 +56,7 @@ CDynamicModule::~CDynamicModule()
         const char* loaderError = lastError();
         const std::string loaderText = loaderError != nullptr ? loaderError : "<null>";
         vx::diag(LOG_WARNING, "dlclose() failed, rc=%i, dlerror=%s, errno=%s (lib=%s)", rc, loaderText.c_str(),
-                     vx::errnoText(errno), m_libPath.c_str());
+                 vx::errnoText(errno), m_libPath.c_str());
     }
     m_handle = nullptr;
 }
@@ -71,8 +74,7 @@ int CDynamicModule::load(void* arg)
         m_handle = dlopen(m_libPath.c_str(), RTLD_LAZY | RTLD_GLOBAL);
     }
     if (m_handle == nullptr) {
-        vx::diag(LOG_ERR, "Unable to open shared library \"%s\" - error=%s", m_libPath.c_str(),
-                     vx::errnoText(errno));
+        vx::diag(LOG_ERR, "Unable to open shared library \"%s\" - error=%s", m_libPath.c_str(), vx::errnoText(errno));
         return -1;
     }
     vx::diag(LOG_DEBUG, "opened shared library \"%s\"", m_libPath.c_str());
@@ -94,19 +96,13 @@ IClassFactory* CDynamicModule::getClassFactory() const
     auto factory = lookUp<vexlor_get_class_factory_fn>(m_handle, FACTORY_SYMBOL);
     if (factory == nullptr) {
         vx::diag(LOG_ERR, "Symbol \"%s\" not found in shared library \"%s\"", FACTORY_SYMBOL.c_str(),
-                     m_libPath.c_str());
+                 m_libPath.c_str());
         return nullptr;
     }
     vx::diag(LOG_DEBUG, "Retrieving classfactory from shared library \"%s\"", m_libPath.c_str());
     return factory();
 }
 
-const std::string& CDynamicModule::getLibPath() const
-{
-    return m_libPath;
-}
+const std::string& CDynamicModule::getLibPath() const { return m_libPath; }
 
-const char* CDynamicModule::lastError() const
-{
-    return dlerror();
-}
+const char* CDynamicModule::lastError() const { return dlerror(); }

@@ -45,7 +45,8 @@ void CLogTargetContainer::startWatcher()
 {
     onCfgUpdate();
     if (init_fds() != 0 || init_epoll_evts() != 0) {
-        vx::diag(LOG_ERR, "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
+        vx::diag(LOG_ERR,
+                 "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
         return;
     }
     m_watcher.startWorker();
@@ -76,10 +77,7 @@ void CLogTargetContainer::onComponentAdded(vexlor_component* component)
     m_targets.forEach([component](ILogTarget& target) { target.onComponentAdded(component); });
 }
 
-bool CLogTargetContainer::hasSyslogTarget() const
-{
-    return m_configRead.hasSyslogTarget();
-}
+bool CLogTargetContainer::hasSyslogTarget() const { return m_configRead.hasSyslogTarget(); }
 
 void CLogTargetContainer::setAppname(const std::string& name)
 {
@@ -101,15 +99,9 @@ void CLogTargetContainer::setAppname(const std::string& name)
     }
 }
 
-void CLogTargetContainer::lock()
-{
-    m_mutex.lock();
-}
+void CLogTargetContainer::lock() { m_mutex.lock(); }
 
-void CLogTargetContainer::unlock()
-{
-    m_mutex.unlock();
-}
+void CLogTargetContainer::unlock() { m_mutex.unlock(); }
 
 void CLogTargetContainer::onCfgUpdate()
 {
@@ -130,15 +122,9 @@ void CLogTargetContainer::readNow()
     } while (m_readPending);
 }
 
-std::string CLogTargetContainer::getDefaultCfgFilename() const
-{
-    return CConfigRead::defaultFile(m_cfgDirectory);
-}
+std::string CLogTargetContainer::getDefaultCfgFilename() const { return CConfigRead::defaultFile(m_cfgDirectory); }
 
-std::string CLogTargetContainer::getAppCfgFilename() const
-{
-    return CConfigRead::appFile(m_cfgDirectory, m_appname);
-}
+std::string CLogTargetContainer::getAppCfgFilename() const { return CConfigRead::appFile(m_cfgDirectory, m_appname); }
 
 int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* user)
 {
@@ -171,25 +157,16 @@ std::string CLogTargetContainer::CLink::appConfigFile()
     return m_container.getAppCfgFilename();
 }
 
-void CLogTargetContainer::onAppnameChanged()
-{
-    m_watcher.moveWatch();
-}
+void CLogTargetContainer::onAppnameChanged() { m_watcher.moveWatch(); }
 
 int CLogTargetContainer::notifyThread(thread_notification notification)
 {
     return m_watcher.notify(static_cast<CConfigWatcher::Message>(notification));
 }
 
-int CLogTargetContainer::threadNotifyTerminate()
-{
-    return notifyThread(notify_terminate);
-}
+int CLogTargetContainer::threadNotifyTerminate() { return notifyThread(notify_terminate); }
 
-int CLogTargetContainer::threadNotfiyAppname()
-{
-    return notifyThread(notify_appname);
-}
+int CLogTargetContainer::threadNotfiyAppname() { return notifyThread(notify_appname); }
 
 void* CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container)
 {
@@ -199,10 +176,7 @@ void* CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container)
     return nullptr;
 }
 
-void CLogTargetContainer::threadStartup()
-{
-    threadEventLoop();
-}
+void CLogTargetContainer::threadStartup() { threadEventLoop(); }
 
 void* CLogTargetContainer::threadEventLoop()
 {
@@ -210,15 +184,9 @@ void* CLogTargetContainer::threadEventLoop()
     return nullptr;
 }
 
-int CLogTargetContainer::init_fds()
-{
-    return m_watcher.openDescriptors(getDefaultCfgFilename());
-}
+int CLogTargetContainer::init_fds() { return m_watcher.openDescriptors(getDefaultCfgFilename()); }
 
-int CLogTargetContainer::init_epoll_evts()
-{
-    return m_watcher.registerEvents();
-}
+int CLogTargetContainer::init_epoll_evts() { return m_watcher.registerEvents(); }
 
 void CLogTargetContainer::close_fd(int& fd)
 {
@@ -228,7 +196,4 @@ void CLogTargetContainer::close_fd(int& fd)
     }
 }
 
-void CLogTargetContainer::close_wd(int& wd)
-{
-    m_watcher.removeWatch(wd);
-}
+void CLogTargetContainer::close_wd(int& wd) { m_watcher.removeWatch(wd); }

@@ -38,8 +38,8 @@ public:
 
     // Delivers one record to every target in byte-wise order of target names.
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName,
-             const std::string& functionName, const std::string& message);
+             const std::string& threadName, const std::string& componentName, const std::string& functionName,
+             const std::string& message);
 
     // The configuration read (CConfigRead) and the target registry (CTargetRegistry).
     void onCfgUpdate();
@@ -67,7 +67,10 @@ private:
     // How the configuration read and the watcher reach back into the container.
     class VEXLOR_LOCAL CLink final : public IConfigReadClient, public IWatcherClient {
     public:
-        explicit CLink(CLogTargetContainer& container) : m_container(container) {}
+        explicit CLink(CLogTargetContainer& container)
+            : m_container(container)
+        {
+        }
         void lock() override { m_container.lock(); }
         void unlock() override { m_container.unlock(); }
         int onTargetLine(const std::string& key, const std::string& value) override
@@ -88,7 +91,11 @@ private:
     // target is on the stack, and the registry never changes under a fan-out.
     class VEXLOR_LOCAL CBusy {
     public:
-        explicit CBusy(CLogTargetContainer& container) : m_container(container) { ++m_container.m_busy; }
+        explicit CBusy(CLogTargetContainer& container)
+            : m_container(container)
+        {
+            ++m_container.m_busy;
+        }
         ~CBusy() noexcept(false);  // may run the waiting read, which a target could throw from
         CBusy(const CBusy&) = delete;
         CBusy& operator=(const CBusy&) = delete;
@@ -108,10 +115,10 @@ private:
     // The lock and what every record writes under it fill a cache line of their own: threads that
     // log at once pass that line between them, and must not take the read-only members with it.
     alignas(CACHE_LINE) CRecursiveMutex m_mutex{vx::LockRank::CONTAINER};
-    int m_busy = 0;              // guarded by m_mutex
+    int m_busy = 0;  // guarded by m_mutex
     bool m_readPending = false;  // guarded by m_mutex
     alignas(CACHE_LINE) std::string m_appname;  // written under m_mutex; read by the worker under it too
-    CTargetRegistry m_targets;   // guarded by m_mutex
+    CTargetRegistry m_targets;  // guarded by m_mutex
     CLink m_link{*this};
     CConfigRead m_configRead;
     CConfigWatcher m_watcher{m_link};  // last: ended first at destruction

@@ -14,8 +14,8 @@ class ILogTarget;
 // One entry of the target registry.
 struct CPluggableLogModule {
     std::unique_ptr<CDynamicModule> module;  // the target's plug-in library
-    ILogTarget* logTarget = nullptr;         // handed back to module's factory exactly once
-    bool configured = false;                 // named by the configuration read under way
+    ILogTarget* logTarget = nullptr;  // handed back to module's factory exactly once
+    bool configured = false;  // named by the configuration read under way
 };
 
 class CTargetRegistry {

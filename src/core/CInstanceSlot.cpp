@@ -10,7 +10,8 @@ CInstanceSlot::CInstanceSlot(bool enableConfig, CVexlor*& constructingHere)
     m_mark.end();
 }
 
-CInstanceSlot::CMark::CMark(CVexlor* instance, CVexlor*& constructingHere) : m_here(constructingHere)
+CInstanceSlot::CMark::CMark(CVexlor* instance, CVexlor*& constructingHere)
+    : m_here(constructingHere)
 {
     m_here = instance;
     ms_constructions.fetch_add(1);

@@ -17,10 +17,7 @@ std::atomic<CLevelSignalRelay*> runningRelay{nullptr};
 
 }  // namespace
 
-void CLevelSignalRelay::install()
-{
-    static CLevelSignalRelay relay;
-}
+void CLevelSignalRelay::install() { static CLevelSignalRelay relay; }
 
 CLevelSignalRelay::CLevelSignalRelay()
 {

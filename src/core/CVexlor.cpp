@@ -27,8 +27,8 @@ constexpr std::size_t MESSAGE_BUFFER_SIZE = 2048;
 
 // The length of the formatted message. A null format is a caller error; it formats as an
 // empty message instead of crashing.
-__attribute__((format(printf, 2, 0)))
-std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format, va_list args)
+__attribute__((format(printf, 2, 0))) std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format,
+                                                                va_list args)
 {
     if (format == nullptr) {
         buffer[0] = '\0';
@@ -169,20 +169,11 @@ const char* CVexlor::setApplicationname_Novexlor(const std::string& name)
     return m_appname.c_str();
 }
 
-const std::string& CVexlor::getAppname() const
-{
-    return m_appname;
-}
+const std::string& CVexlor::getAppname() const { return m_appname; }
 
-void CVexlor::lockComponents()
-{
-    m_registry.lock();
-}
+void CVexlor::lockComponents() { m_registry.lock(); }
 
-void CVexlor::unlockComponents()
-{
-    m_registry.unlock();
-}
+void CVexlor::unlockComponents() { m_registry.unlock(); }
 
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
@@ -208,11 +199,15 @@ void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char*
     // Counted down on every path: the container may throw (a failed lock, a target).
     struct CNesting {
         std::size_t& depth;
-        explicit CNesting(std::size_t& d) : depth(d) { ++depth; }
+        explicit CNesting(std::size_t& d)
+            : depth(d)
+        {
+            ++depth;
+        }
         ~CNesting() { --depth; }
     } nesting(current.depth);
-    m_container.log(pid, self.depth, now.tv_sec, static_cast<int>(now.tv_usec), level, self.threadName,
-                    component->name, texts.function, texts.message);
+    m_container.log(pid, self.depth, now.tv_sec, static_cast<int>(now.tv_usec), level, self.threadName, component->name,
+                    texts.function, texts.message);
 }
 
 void CVexlor::emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text)
@@ -298,15 +293,9 @@ vexlor_component* CVexlor::createComponent(const std::string& name, vexlor_level
     return component != nullptr ? component : &ms_OOMFallbackComp;
 }
 
-vexlor_component* CVexlor::getComponentByName(const std::string& name)
-{
-    return m_registry.find(name);
-}
+vexlor_component* CVexlor::getComponentByName(const std::string& name) { return m_registry.find(name); }
 
-void CVexlor::setComponentLevel(const std::string& name, unsigned int mask)
-{
-    m_registry.setLevel(name, mask);
-}
+void CVexlor::setComponentLevel(const std::string& name, unsigned int mask) { m_registry.setLevel(name, mask); }
 
 int CVexlor::updateComponentLevel(const std::string& name, const std::string& bits)
 {
@@ -314,10 +303,7 @@ int CVexlor::updateComponentLevel(const std::string& name, const std::string& bi
     return 0;
 }
 
-void CVexlor::getComponentNames(std::vector<std::string>& names)
-{
-    m_registry.appendNames(names);
-}
+void CVexlor::getComponentNames(std::vector<std::string>& names) { m_registry.appendNames(names); }
 
 void CVexlor::getLevelDescriptions(const std::string& name,
                                    std::vector<std::pair<unsigned int, std::string>>& descriptions)

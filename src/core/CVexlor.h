@@ -22,7 +22,7 @@ public:
     // Each thread's own record, built on its first use and destroyed when the thread ends.
     struct CThreadData {
         std::deque<std::string> functionNames;  // innermost traced function at the front
-        int depth = 0;                          // function nesting depth
+        int depth = 0;  // function nesting depth
         std::string threadName{"<no name>"};
     };
     static thread_local CThreadData thread_data;
@@ -83,7 +83,10 @@ private:
     // before its own (the one lock order, see CComponentRegistry::lock).
     class VEXLOR_LOCAL CContainerLink final : public IComponentAnnouncer {
     public:
-        explicit CContainerLink(CLogTargetContainer& container) : m_container(container) {}
+        explicit CContainerLink(CLogTargetContainer& container)
+            : m_container(container)
+        {
+        }
         void lock() override { m_container.lock(); }
         void unlock() override { m_container.unlock(); }
         void announce(vexlor_component* component) override { m_container.onComponentAdded(component); }
@@ -94,6 +97,6 @@ private:
 
     CContainerLink m_link{m_container};  // refers to m_container before it is built: used only after
     CComponentRegistry m_registry{m_link};
-    std::string m_appname;               // written only by the thread that names the application
+    std::string m_appname;  // written only by the thread that names the application
     CLogTargetContainer m_container;
 };

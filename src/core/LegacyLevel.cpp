@@ -21,16 +21,10 @@ namespace {
 const std::string legacyLevelPath = VEXLOR_LEGACY_LEVEL_FILE;
 constexpr int DEFAULT_LEVEL = LOG_DEBUG;
 
-const char* programName()
-{
-    return basename(program_invocation_short_name);
-}
+const char* programName() { return basename(program_invocation_short_name); }
 
 // Priorities 0 to `level`; from 31 on, all 32 bits.
-int maskUpTo(int level)
-{
-    return level >= 31 ? -1 : static_cast<int>((1u << (level + 1)) - 1u);
-}
+int maskUpTo(int level) { return level >= 31 ? -1 : static_cast<int>((1u << (level + 1)) - 1u); }
 
 }  // namespace
 

@@ -76,8 +76,9 @@ void vexlor_dump(vexlor_component* component, vexlor_level* level, const void* d
 vexlor_component* vexlor_create_component(const char* name, vexlor_level* level, const char* descriptions)
 {
     // A null result is safe to log with: every call with it is filtered out.
-    return name == nullptr ? refuseNullName()
-                           : CVexlor::getInstance()->createComponent(name, level, descriptions != nullptr ? descriptions : "");
+    return name == nullptr
+        ? refuseNullName()
+        : CVexlor::getInstance()->createComponent(name, level, descriptions != nullptr ? descriptions : "");
 }
 
 vexlor_level* vexlor_level_create(unsigned int numeric) { return vx::createLevel(numeric); }

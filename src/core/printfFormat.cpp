@@ -23,10 +23,9 @@ namespace {
 constexpr int MAX_FIELD = 4095;
 
 // "00", "01", ... "99": two decimal digits per division.
-constexpr char DIGIT_PAIRS[] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-    "8081828384858687888990919293949596979899";
+constexpr char DIGIT_PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                               "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                               "8081828384858687888990919293949596979899";
 constexpr char LOWER_HEX[] = "0123456789abcdef";
 constexpr char UPPER_HEX[] = "0123456789ABCDEF";
 // The octal digits of 64 bits.
@@ -58,8 +57,10 @@ class COutput {
 public:
     // Without a buffer the cursor points at NO_BUFFER, so that no copy ever gets a null pointer.
     COutput(char* buffer, std::size_t size)
-        : m_start(size == 0 ? &NO_BUFFER : buffer), m_cursor(m_start), m_end(m_start + (size == 0 ? 0 : size - 1)),
-          m_terminated(size != 0)
+        : m_start(size == 0 ? &NO_BUFFER : buffer)
+        , m_cursor(m_start)
+        , m_end(m_start + (size == 0 ? 0 : size - 1))
+        , m_terminated(size != 0)
     {
     }
 
@@ -91,8 +92,8 @@ public:
         // goes past the text's end (the C library's string functions read so too).
         while (room() >= SHORT && reinterpret_cast<std::uintptr_t>(text) % PAGE <= PAGE - SHORT) {
             const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-            const int found = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(STOP)),
-                                                             _mm_cmpeq_epi8(block, _mm_setzero_si128())));
+            const int found = _mm_movemask_epi8(
+                _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(STOP)), _mm_cmpeq_epi8(block, _mm_setzero_si128())));
             if (found != 0) {
                 const auto count = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned int>(found)));
                 copyShort(m_cursor, text, count);
@@ -192,17 +193,12 @@ bool isConversion(char c)
     case 'X':
     case 'c':
     case 's':
-    case 'p':
-        return true;
-    default:
-        return false;
+    case 'p': return true;
+    default: return false;
     }
 }
 
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // A width or precision written as digits; false for one above MAX_FIELD. (A positional argument,
 // "%1$d", falls back because '$' is no conversion.)
@@ -268,9 +264,18 @@ bool parseDirective(const char*& p, va_list& args, CDirective& directive)
         directive.length = p[1] == 'l' ? ELength::LL : ELength::L;
         p += p[1] == 'l' ? 2 : 1;
         break;
-    case 'z': directive.length = ELength::Z; ++p; break;
-    case 'j': directive.length = ELength::J; ++p; break;
-    case 't': directive.length = ELength::T; ++p; break;
+    case 'z':
+        directive.length = ELength::Z;
+        ++p;
+        break;
+    case 'j':
+        directive.length = ELength::J;
+        ++p;
+        break;
+    case 't':
+        directive.length = ELength::T;
+        ++p;
+        break;
     default: break;
     }
     directive.conversion = *p;
@@ -568,9 +573,7 @@ ALWAYS_INLINE bool convert(COutput& out, const CDirective& directive, va_list& a
     case 'u':
     case 'o':
     case 'x':
-    case 'X':
-        putUnsigned(out, directive, readUnsigned(args, directive.length));
-        return true;
+    case 'X': putUnsigned(out, directive, readUnsigned(args, directive.length)); return true;
     case 'p':
         if (directive.length != ELength::NONE) {
             return false;
@@ -585,8 +588,7 @@ ALWAYS_INLINE bool convert(COutput& out, const CDirective& directive, va_list& a
         putPadded(out, directive, &c, 1);
         return true;
     }
-    default:
-        return false;
+    default: return false;
     }
 }
 

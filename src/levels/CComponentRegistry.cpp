@@ -59,8 +59,8 @@ void CComponentRegistry::updateLevel(const std::string& name, const std::string&
     const unsigned int mask = maskFromBits(bits);
     CRegistryLock guard(*this);
     if (vexlor_component* component = find(name)) {
-        vx::diag(LOG_DEBUG, "Updating level for existing component %s (old level: 0x%x, new level: 0x%x",
-                 name.c_str(), vx::loadComponentLevel(component), mask);
+        vx::diag(LOG_DEBUG, "Updating level for existing component %s (old level: 0x%x, new level: 0x%x", name.c_str(),
+                 vx::loadComponentLevel(component), mask);
         vx::storeComponentLevel(component, mask);
         m_announcer.announce(component);
         return;

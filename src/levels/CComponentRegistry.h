@@ -13,7 +13,10 @@
 
 class CComponentRegistry {
 public:
-    explicit CComponentRegistry(IComponentAnnouncer& announcer) : m_announcer(announcer) {}
+    explicit CComponentRegistry(IComponentAnnouncer& announcer)
+        : m_announcer(announcer)
+    {
+    }
     CComponentRegistry(const CComponentRegistry&) = delete;
     CComponentRegistry& operator=(const CComponentRegistry&) = delete;
 

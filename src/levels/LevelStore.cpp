@@ -43,9 +43,6 @@ vexlor_level* allocLevel(unsigned int numeric, unsigned int mask)
     return record;
 }
 
-vexlor_level* createLevel(unsigned int numeric)
-{
-    return allocLevel(numeric, numeric < 32 ? 1u << numeric : 0u);
-}
+vexlor_level* createLevel(unsigned int numeric) { return allocLevel(numeric, numeric < 32 ? 1u << numeric : 0u); }
 
 }  // namespace vx

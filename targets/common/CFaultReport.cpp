@@ -14,10 +14,7 @@ CFaultReport::~CFaultReport()
     }
 }
 
-bool CFaultReport::retryDue() const
-{
-    return !m_failing || coarseMilliseconds() - m_lastAttemptMs >= RETRY_MS;
-}
+bool CFaultReport::retryDue() const { return !m_failing || coarseMilliseconds() - m_lastAttemptMs >= RETRY_MS; }
 
 void CFaultReport::failed(const char* what, int error, unsigned long long records)
 {
@@ -44,7 +41,4 @@ unsigned long long CFaultReport::recovered()
     return lost;
 }
 
-std::string CFaultReport::reason() const
-{
-    return m_what + " failed: " + std::strerror(m_error);
-}
+std::string CFaultReport::reason() const { return m_what + " failed: " + std::strerror(m_error); }

@@ -10,7 +10,10 @@ public:
     static constexpr long long RETRY_MS = 1000;
 
     // `who` opens every message, e.g. `file target "file" (/var/log/app.log)`.
-    explicit CFaultReport(std::string who) : m_who(std::move(who)) {}
+    explicit CFaultReport(std::string who)
+        : m_who(std::move(who))
+    {
+    }
     // A fault still open is reported with its count.
     ~CFaultReport();
     CFaultReport(const CFaultReport&) = delete;

@@ -38,7 +38,8 @@ void CLineBuffer::appendSigned(long long value)
         *to++ = '-';
     }
     // Through unsigned arithmetic, so that the most negative value does not overflow.
-    commit(putUnsigned(to, value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value)));
+    commit(putUnsigned(
+        to, value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value)));
 }
 
 char* CLineBuffer::putEscape(char* to, unsigned char control)

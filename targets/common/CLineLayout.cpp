@@ -29,15 +29,18 @@ constexpr int MAX_INDENT_DEPTH = 32;
 
 const char* const CLineLayout::DEFAULT_PATTERN = "%d %t %a[%p] %l %c [%T] %i%F%m";
 
-CLineLayout::CLineLayout(const std::string& pattern, bool utc) : m_utc(utc)
+CLineLayout::CLineLayout(const std::string& pattern, bool utc)
+    : m_utc(utc)
 {
     static const struct {
         char letter;
         EToken token;
-    } TOKENS[] = {{'d', EToken::DATE},          {'t', EToken::TIME},       {'p', EToken::PID},
-                  {'a', EToken::APPNAME},       {'l', EToken::LEVEL_NAME}, {'L', EToken::LEVEL_NUMBER},
-                  {'T', EToken::THREAD},        {'c', EToken::COMPONENT},  {'f', EToken::FUNCTION},
-                  {'F', EToken::FUNCTION_PREFIX}, {'i', EToken::INDENT},   {'m', EToken::MESSAGE}};
+    } TOKENS[] = {{'d', EToken::DATE},       {'t', EToken::TIME},
+                  {'p', EToken::PID},        {'a', EToken::APPNAME},
+                  {'l', EToken::LEVEL_NAME}, {'L', EToken::LEVEL_NUMBER},
+                  {'T', EToken::THREAD},     {'c', EToken::COMPONENT},
+                  {'f', EToken::FUNCTION},   {'F', EToken::FUNCTION_PREFIX},
+                  {'i', EToken::INDENT},     {'m', EToken::MESSAGE}};
     std::string text;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         if (pattern[i] != '%') {
@@ -51,8 +54,8 @@ CLineLayout::CLineLayout(const std::string& pattern, bool utc) : m_utc(utc)
             text += '%';
             continue;
         }
-        const auto* found = std::find_if(std::begin(TOKENS), std::end(TOKENS),
-                                         [&](const auto& t) { return t.letter == pattern[i]; });
+        const auto* found =
+            std::find_if(std::begin(TOKENS), std::end(TOKENS), [&](const auto& t) { return t.letter == pattern[i]; });
         if (found == std::end(TOKENS)) {
             throw std::invalid_argument("pattern=" + pattern + ": unknown token %" + pattern[i] +
                                         " (known: %d %t %p %a %l %L %T %c %f %F %i %m %%)");
@@ -74,12 +77,21 @@ CLineLayout::CLineLayout(const std::string& pattern, bool utc) : m_utc(utc)
 void CLineLayout::count(EToken token)
 {
     switch (token) {
-    case EToken::DATE: m_fixedLength += sizeof m_date; m_usesClock = true; break;
-    case EToken::TIME: m_fixedLength += sizeof m_time + 7; m_usesClock = true; break;
+    case EToken::DATE:
+        m_fixedLength += sizeof m_date;
+        m_usesClock = true;
+        break;
+    case EToken::TIME:
+        m_fixedLength += sizeof m_time + 7;
+        m_usesClock = true;
+        break;
     case EToken::THREAD: ++m_uses.thread; break;
     case EToken::COMPONENT: ++m_uses.component; break;
     case EToken::FUNCTION: ++m_uses.function; break;
-    case EToken::FUNCTION_PREFIX: ++m_uses.function; m_fixedLength += 2; break;
+    case EToken::FUNCTION_PREFIX:
+        ++m_uses.function;
+        m_fixedLength += 2;
+        break;
     case EToken::MESSAGE: ++m_uses.message; break;
     case EToken::APPNAME: ++m_uses.appname; break;
     case EToken::INDENT: m_fixedLength += 2 * MAX_INDENT_DEPTH; break;
@@ -129,19 +141,16 @@ void CLineLayout::format(CLineBuffer& out, const CLogRecord& record)
     const std::size_t appnameLength = std::strlen(appname);
     // The line is written in one pass without a check per piece, after one reservation for its
     // longest length.
-    char* to = out.claim(m_fixedLength + CLineBuffer::ESCAPED_MAX * (m_uses.thread * record.threadName.size() +
-                                                                     m_uses.component * record.componentName.size() +
-                                                                     m_uses.function * record.functionName.size() +
-                                                                     m_uses.message * record.message.size() +
-                                                                     m_uses.appname * appnameLength));
+    char* to =
+        out.claim(m_fixedLength +
+                  CLineBuffer::ESCAPED_MAX *
+                      (m_uses.thread * record.threadName.size() + m_uses.component * record.componentName.size() +
+                       m_uses.function * record.functionName.size() + m_uses.message * record.message.size() +
+                       m_uses.appname * appnameLength));
     for (const CItem& item : m_items) {
         switch (item.token) {
-        case EToken::TEXT:
-            to = CLineBuffer::put(to, item.text.data(), item.text.size());
-            break;
-        case EToken::DATE:
-            to = CLineBuffer::put(to, m_date, sizeof m_date - 1);
-            break;
+        case EToken::TEXT: to = CLineBuffer::put(to, item.text.data(), item.text.size()); break;
+        case EToken::DATE: to = CLineBuffer::put(to, m_date, sizeof m_date - 1); break;
         case EToken::TIME:
             to = CLineBuffer::put(to, m_time, sizeof m_time - 1);
             *to++ = '.';
@@ -154,15 +163,14 @@ void CLineLayout::format(CLineBuffer& out, const CLogRecord& record)
                 if (record.pid < 0) {
                     *end++ = '-';
                 }
-                end = CLineBuffer::putUnsigned(end, record.pid < 0 ? 0ULL - static_cast<unsigned long long>(record.pid)
-                                                                   : static_cast<unsigned long long>(record.pid));
+                end = CLineBuffer::putUnsigned(end,
+                                               record.pid < 0 ? 0ULL - static_cast<unsigned long long>(record.pid)
+                                                              : static_cast<unsigned long long>(record.pid));
                 m_pidLength = static_cast<std::size_t>(end - m_pidText);
             }
             to = CLineBuffer::put(to, m_pidText, m_pidLength);
             break;
-        case EToken::APPNAME:
-            to = CLineBuffer::putEscaped(to, appname, appnameLength);
-            break;
+        case EToken::APPNAME: to = CLineBuffer::putEscaped(to, appname, appnameLength); break;
         case EToken::LEVEL_NAME:
             if (const char* name = levelName(record.level)) {
                 to = CLineBuffer::put(to, name, std::strlen(name));
@@ -170,9 +178,7 @@ void CLineLayout::format(CLineBuffer& out, const CLogRecord& record)
                 to = CLineBuffer::putUnsigned(to, record.level->numeric);
             }
             break;
-        case EToken::LEVEL_NUMBER:
-            to = CLineBuffer::putUnsigned(to, record.level->numeric);
-            break;
+        case EToken::LEVEL_NUMBER: to = CLineBuffer::putUnsigned(to, record.level->numeric); break;
         case EToken::THREAD:
             to = CLineBuffer::putEscaped(to, record.threadName.data(), record.threadName.size());
             break;
@@ -192,9 +198,7 @@ void CLineLayout::format(CLineBuffer& out, const CLogRecord& record)
             to += spaces;
             break;
         }
-        case EToken::MESSAGE:
-            to = CLineBuffer::putEscaped(to, record.message.data(), record.message.size());
-            break;
+        case EToken::MESSAGE: to = CLineBuffer::putEscaped(to, record.message.data(), record.message.size()); break;
         }
     }
     out.commit(to);

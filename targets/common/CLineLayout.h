@@ -50,8 +50,19 @@ public:
 
 private:
     enum class EToken : char {
-        TEXT, DATE, TIME, PID, APPNAME, LEVEL_NAME, LEVEL_NUMBER, THREAD, COMPONENT, FUNCTION,
-        FUNCTION_PREFIX, INDENT, MESSAGE
+        TEXT,
+        DATE,
+        TIME,
+        PID,
+        APPNAME,
+        LEVEL_NAME,
+        LEVEL_NUMBER,
+        THREAD,
+        COMPONENT,
+        FUNCTION,
+        FUNCTION_PREFIX,
+        INDENT,
+        MESSAGE
     };
     struct CItem {
         EToken token;

@@ -25,8 +25,8 @@ std::atomic<std::uint64_t> cachedZone{0};
 std::uint64_t zoneStamp()
 {
     return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(tzname[0])) ^
-           static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(tzname[1])) << 1 ^
-           static_cast<std::uint64_t>(timezone) << 20 ^ static_cast<std::uint64_t>(daylight);
+        static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(tzname[1])) << 1 ^
+        static_cast<std::uint64_t>(timezone) << 20 ^ static_cast<std::uint64_t>(daylight);
 }
 
 long long floorDivide(long long value, long long divisor)

@@ -8,10 +8,7 @@ namespace {
 
 std::atomic<unsigned> g_generation{0};
 
-void onForkChild()
-{
-    g_generation.fetch_add(1, std::memory_order_relaxed);
-}
+void onForkChild() { g_generation.fetch_add(1, std::memory_order_relaxed); }
 
 // Registered when the plug-in loads; dlclose unregisters the handler with the plug-in.
 const bool g_registered = pthread_atfork(nullptr, nullptr, &onForkChild) == 0;

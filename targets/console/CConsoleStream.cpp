@@ -12,9 +12,11 @@
 
 #include "writeFully.h"
 
-CConsoleStream::CConsoleStream(int fd) : m_fd(fd), m_kind(EKind::OTHER)
+CConsoleStream::CConsoleStream(int fd)
+    : m_fd(fd)
+    , m_kind(EKind::OTHER)
 {
-    struct stat about {};
+    struct stat about { };
     if (fstat(fd, &about) == 0) {
         m_kind = S_ISSOCK(about.st_mode) ? EKind::SOCKET : S_ISFIFO(about.st_mode) ? EKind::PIPE : EKind::OTHER;
     }
@@ -24,12 +26,9 @@ int CConsoleStream::write(const char* data, std::size_t length)
 {
     std::size_t written = 0;
     switch (m_kind) {
-    case EKind::SOCKET:
-        return sendToSocket(data, length);
-    case EKind::PIPE:
-        return writeToPipe(data, length);
-    case EKind::OTHER:
-        break;
+    case EKind::SOCKET: return sendToSocket(data, length);
+    case EKind::PIPE: return writeToPipe(data, length);
+    case EKind::OTHER: break;
     }
     return writeFully(m_fd, data, length, written);
 }

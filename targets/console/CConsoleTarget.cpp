@@ -54,14 +54,17 @@ bool useColour(const std::string& mode, int fd)
     const char* term = std::getenv("TERM");
     const char* noColour = std::getenv("NO_COLOR");
     return isatty(fd) == 1 && term != nullptr && *term != '\0' && std::strcmp(term, "dumb") != 0 &&
-           (noColour == nullptr || *noColour == '\0');
+        (noColour == nullptr || *noColour == '\0');
 }
 
 class CConsoleTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "console";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CConsoleTarget>(parameters); }
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        return createTarget<CConsoleTarget>(parameters);
+    }
 
     explicit CConsoleTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
@@ -87,8 +90,9 @@ public:
         CLineBuffer line;
         const char* colour = m_colour ? levelColour(level) : "";
         line.append(colour);
-        m_layout.format(line, CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName,
-                                         functionName, message, appname()});
+        m_layout.format(line,
+                        CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
+                                   message, appname()});
         if (*colour != '\0') {
             line.append(RESET, sizeof RESET - 1);
         }

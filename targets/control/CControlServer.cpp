@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr int BACKLOG = 64;        // vexlorctl list may ask many processes, each once
+constexpr int BACKLOG = 64;  // vexlorctl list may ask many processes, each once
 constexpr int ACCEPT_RETRY_MS = 1000;  // pause after a failed accept (descriptors exhausted)
 
 // The server of this process, for the fork handler. There is at most one: a second could not
@@ -48,10 +48,7 @@ void registerForkHandler()
     std::call_once(once, [] { pthread_atfork(nullptr, nullptr, closeInChild); });
 }
 
-std::string socketName(int pid)
-{
-    return std::string("@") + vexlor_control::SOCKET_PREFIX + std::to_string(pid);
-}
+std::string socketName(int pid) { return std::string("@") + vexlor_control::SOCKET_PREFIX + std::to_string(pid); }
 
 int listeningSocket(pid_t pid)
 {
@@ -84,8 +81,8 @@ void acceptFailed(CControlServer::CState& state, int error)
         return;
     }
     if (state.acceptFailures++ == 0) {
-        syslog(LOG_ERR, "control target: unable to accept a connection on \"%s\" - %s", socketName(state.ownerPid).c_str(),
-               std::strerror(error));
+        syslog(LOG_ERR, "control target: unable to accept a connection on \"%s\" - %s",
+               socketName(state.ownerPid).c_str(), std::strerror(error));
     }
     pauseUnlessWoken(state.wakeFd);
 }
@@ -144,7 +141,9 @@ void pinThisLibrary()
 
 }  // namespace
 
-CControlServer::CControlServer() : m_state(new CState), m_thread()
+CControlServer::CControlServer()
+    : m_state(new CState)
+    , m_thread()
 {
     m_state->ownerPid = getpid();
     m_state->ownerUid = geteuid();

@@ -14,7 +14,10 @@ namespace {
 
 class CControlTarget final : public CLogTargetBase {
 public:
-    explicit CControlTarget(const CLogTargetParameters& parameters) : CLogTargetBase(parameters, "control") {}
+    explicit CControlTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, "control")
+    {
+    }
 
     void log(int, int, long long, int, vexlor_level*, const std::string&, const std::string&, const std::string&,
              const std::string&) override

@@ -24,10 +24,9 @@ std::string hex(unsigned int value)
 
 std::string describeProcess(const std::vector<std::string>& names)
 {
-    return joinFields({"pid", std::to_string(getpid())}) +
-           joinFields({"application", vexlor_get_application_name()}) +
-           joinFields({"program", program_invocation_short_name}) +
-           joinFields({"components", std::to_string(names.size())});
+    return joinFields({"pid", std::to_string(getpid())}) + joinFields({"application", vexlor_get_application_name()}) +
+        joinFields({"program", program_invocation_short_name}) +
+        joinFields({"components", std::to_string(names.size())});
 }
 
 std::string show()

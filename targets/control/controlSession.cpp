@@ -21,7 +21,8 @@ constexpr time_t SEND_TIMEOUT_S = 2;
 // Marks the thread busy for the duration of one library call, unless it must end already.
 class CLibraryCall {
 public:
-    explicit CLibraryCall(CControlServer::CState& state) : m_state(state)
+    explicit CLibraryCall(CControlServer::CState& state)
+        : m_state(state)
     {
         m_state.busy.store(true);
         // After `busy`: the destructor sets `stopping` before it reads `busy` (see there).
@@ -51,7 +52,7 @@ void refuse(CControlServer::CState& state, int client, const ucred& peer)
                static_cast<unsigned>(peer.uid), static_cast<int>(peer.pid), static_cast<unsigned>(state.ownerUid));
     }
     const std::string reason = "permission denied: only uid " + std::to_string(state.ownerUid) +
-                               " and root may control process " + std::to_string(state.ownerPid);
+        " and root may control process " + std::to_string(state.ownerPid);
     vexlor_control::sendAll(client, vexlor_control::joinFields({"error", reason}));
 }
 

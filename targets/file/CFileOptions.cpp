@@ -21,11 +21,11 @@ unsigned long long byteCount(const std::string& key, const std::string& value, u
 {
     const std::size_t digits = std::min(value.find_first_not_of("0123456789"), value.size());
     const std::string suffix = value.substr(digits);
-    const unsigned long long unit = suffix.empty()                   ? 1
-                                    : suffix == "K" || suffix == "k" ? 1ULL << 10
-                                    : suffix == "M" || suffix == "m" ? 1ULL << 20
-                                    : suffix == "G" || suffix == "g" ? 1ULL << 30
-                                                                     : 0;
+    const unsigned long long unit = suffix.empty() ? 1
+        : suffix == "K" || suffix == "k"           ? 1ULL << 10
+        : suffix == "M" || suffix == "m"           ? 1ULL << 20
+        : suffix == "G" || suffix == "g"           ? 1ULL << 30
+                                                   : 0;
     const unsigned long long number = digits == 0 || digits > 16 ? 0 : std::stoull(value.substr(0, digits));
     if (unit == 0 || number == 0 || number > limit / unit) {
         throw badValue(key, value, "not a size from 1 to " + std::to_string(limit) + " bytes (suffixes K, M, G)");

@@ -32,11 +32,11 @@ private:
     void onPathEvent();
 
     std::mutex m_mutex;
-    CFileWriter m_writer;                     // guarded by m_mutex
-    const std::size_t m_capacity;             // buffer=; 0: none
+    CFileWriter m_writer;  // guarded by m_mutex
+    const std::size_t m_capacity;  // buffer=; 0: none
     const long long m_flushMs;
-    std::unique_ptr<char[]> m_buffer;         // guarded by m_mutex
-    std::size_t m_used = 0;                   // guarded by m_mutex
+    std::unique_ptr<char[]> m_buffer;  // guarded by m_mutex
+    std::size_t m_used = 0;  // guarded by m_mutex
     CPathWatch m_watch;
-    std::unique_ptr<CFlushThread> m_thread;   // last: it calls into everything above
+    std::unique_ptr<CFlushThread> m_thread;  // last: it calls into everything above
 };

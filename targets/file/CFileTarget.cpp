@@ -71,8 +71,9 @@ public:
             return;
         }
         CLineBuffer line;
-        m_layout.format(line, CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName,
-                                         functionName, message, appname()});
+        m_layout.format(line,
+                        CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
+                                   message, appname()});
         line.append('\n');
         m_sink->append(line.data(), line.size(), level->numeric <= m_options.flushLevel);
     }

@@ -37,10 +37,7 @@ CFileWriter::CFileWriter(const std::string& name, const std::string& path, const
     m_nextCheckMs = coarseMilliseconds() + CHECK_MS;
 }
 
-std::string CFileWriter::who() const
-{
-    return "file target \"" + m_name + "\" (" + m_file.path() + ")";
-}
+std::string CFileWriter::who() const { return "file target \"" + m_name + "\" (" + m_file.path() + ")"; }
 
 void CFileWriter::write(const char* data, std::size_t length)
 {
@@ -88,12 +85,8 @@ void CFileWriter::checkPath()
     m_nextCheckMs = now + CHECK_MS;
     m_file.refresh();
     switch (m_file.pathState()) {
-    case CLogFile::EPath::SAME:
-        m_missingSinceMs = -1;
-        return;
-    case CLogFile::EPath::REPLACED:
-        reopen(m_file.path());
-        return;
+    case CLogFile::EPath::SAME: m_missingSinceMs = -1; return;
+    case CLogFile::EPath::REPLACED: reopen(m_file.path()); return;
     case CLogFile::EPath::MISSING:
         // A removed file comes back at once. A moved one (logrotate's create) gets a second for
         // its mover to create the new file: creating it first would be in the mover's way.
@@ -137,7 +130,8 @@ void CFileWriter::writeRotating(const char* data, std::size_t length)
             break;
         }
         // The lines that fit go into the current file first; an empty file takes at least one.
-        const std::size_t room = static_cast<std::size_t>(std::min<unsigned long long>(m_rotation.room(m_file.size()), length));
+        const std::size_t room =
+            static_cast<std::size_t>(std::min<unsigned long long>(m_rotation.room(m_file.size()), length));
         const void* lastFeed = memrchr(data, '\n', room);
         if (lastFeed == nullptr && m_file.size() == 0) {
             lastFeed = std::memchr(data, '\n', length);

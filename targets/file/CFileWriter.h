@@ -47,7 +47,7 @@ private:
     const bool m_checkEveryWrite;  // buffered: a write carries many records, a stat is cheap beside it
     long long m_nextCheckMs = 0;
     long long m_missingSinceMs = -1;  // the path vanished while the file kept a name: it was moved
-    int m_reopenError = 0;            // why the path cannot be opened again; 0 while it can
-    bool m_reopenSaid = false;        // that failure was reported (writing on to the moved file)
-    bool m_lineCut = false;           // the last write ended inside a line
+    int m_reopenError = 0;  // why the path cannot be opened again; 0 while it can
+    bool m_reopenSaid = false;  // that failure was reported (writing on to the moved file)
+    bool m_lineCut = false;  // the last write ended inside a line
 };

@@ -11,7 +11,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-
 namespace {
 
 long long nowMs()

@@ -29,6 +29,6 @@ private:
     const std::function<void()> m_onDue;
     std::mutex m_mutex;
     long long m_dueMs = -1;  // guarded by m_mutex; steady clock, -1: nothing due
-    bool m_stop = false;     // guarded by m_mutex
-    std::thread m_thread;    // last: runs on everything above
+    bool m_stop = false;  // guarded by m_mutex
+    std::thread m_thread;  // last: runs on everything above
 };

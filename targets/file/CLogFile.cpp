@@ -19,7 +19,7 @@ int CLogFile::open(const std::string& path, mode_t mode)
     do {
         fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, mode);
     } while (fd < 0 && errno == EINTR);
-    struct stat about {};
+    struct stat about { };
     if (fd < 0 || fstat(fd, &about) != 0) {
         const int error = errno;
         if (fd >= 0) {
@@ -41,7 +41,7 @@ int CLogFile::open(const std::string& path, mode_t mode)
 
 void CLogFile::refresh()
 {
-    struct stat about {};
+    struct stat about { };
     if (m_fd >= 0 && fstat(m_fd, &about) == 0) {
         m_size = static_cast<unsigned long long>(about.st_size);
         m_linked = about.st_nlink > 0;
@@ -50,7 +50,7 @@ void CLogFile::refresh()
 
 CLogFile::EPath CLogFile::pathState() const
 {
-    struct stat about {};
+    struct stat about { };
     if (stat(m_path.c_str(), &about) != 0) {
         // Only a missing name is a reason to reopen; a passing error (EACCES, EINTR) is not.
         return errno == ENOENT ? EPath::MISSING : EPath::SAME;

@@ -5,7 +5,10 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-CPathWatch::CPathWatch() : m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+CPathWatch::CPathWatch()
+    : m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
+}
 
 CPathWatch::~CPathWatch()
 {

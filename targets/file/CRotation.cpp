@@ -10,7 +10,9 @@
 #include "coarseClock.h"
 
 CRotation::CRotation(std::string who, unsigned long long maxSize, unsigned maxFiles)
-    : m_who(std::move(who)), m_maxSize(maxSize), m_maxFiles(maxFiles)
+    : m_who(std::move(who))
+    , m_maxSize(maxSize)
+    , m_maxFiles(maxFiles)
 {
 }
 
@@ -25,8 +27,8 @@ bool CRotation::rotate(const std::string& path)
         const std::string to = path + "." + std::to_string(n);
         if (std::rename(from.c_str(), to.c_str()) != 0 && (errno != ENOENT || n == 1)) {
             if (!m_failing) {
-                syslog(LOG_ERR, "%s: cannot rotate: renaming %s to %s failed: %s; writing on to %s",
-                       m_who.c_str(), from.c_str(), to.c_str(), std::strerror(errno), path.c_str());
+                syslog(LOG_ERR, "%s: cannot rotate: renaming %s to %s failed: %s; writing on to %s", m_who.c_str(),
+                       from.c_str(), to.c_str(), std::strerror(errno), path.c_str());
             }
             m_failing = true;
             m_failedAtMs = coarseMilliseconds();

@@ -13,10 +13,7 @@ public:
 
     void setWho(std::string who) { m_who = std::move(who); }
     // True when `adding` bytes would take a file of `size` past max-size.
-    bool due(unsigned long long size, std::size_t adding) const
-    {
-        return m_maxSize != 0 && size + adding > m_maxSize;
-    }
+    bool due(unsigned long long size, std::size_t adding) const { return m_maxSize != 0 && size + adding > m_maxSize; }
     // Bytes left before a file of `size` reaches max-size.
     unsigned long long room(unsigned long long size) const { return size < m_maxSize ? m_maxSize - size : 0; }
     // Moves the chain up; true when `path` itself became path.1.

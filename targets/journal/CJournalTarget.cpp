@@ -60,7 +60,8 @@ public:
     explicit CJournalTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, "journal")
         , m_levels(levelSet(parameters))
-        , m_facility(std::to_string(facilityCode(targetParameter(parameters, "facility", "user"), "journal target") >> 3))
+        , m_facility(
+              std::to_string(facilityCode(targetParameter(parameters, "facility", "user"), "journal target") >> 3))
         , m_identity(identity(appname()))
     {
         requireJournal();

@@ -3,7 +3,11 @@
 
 #include <utility>
 
-CRecordQueue::CRecordQueue(std::size_t capacity, CWaiter& waiter) : m_capacity(capacity), m_waiter(waiter) {}
+CRecordQueue::CRecordQueue(std::size_t capacity, CWaiter& waiter)
+    : m_capacity(capacity)
+    , m_waiter(waiter)
+{
+}
 
 bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds, int severity,
                         const std::string& appname, const std::string& thread, const std::string& component,

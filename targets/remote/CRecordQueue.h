@@ -38,8 +38,8 @@ private:
     const std::size_t m_capacity;
     CWaiter& m_waiter;
     std::vector<CQueuedRecord> m_slots;  // guarded by m_mutex; grows up to m_capacity, then reused
-    std::size_t m_first = 0;             // guarded by m_mutex; the oldest record's slot
-    std::size_t m_count = 0;             // guarded by m_mutex
-    unsigned long long m_dropped = 0;    // guarded by m_mutex; since the sender last took it
-    bool m_senderAsleep = false;         // guarded by m_mutex; the sender found the queue empty
+    std::size_t m_first = 0;  // guarded by m_mutex; the oldest record's slot
+    std::size_t m_count = 0;  // guarded by m_mutex
+    unsigned long long m_dropped = 0;  // guarded by m_mutex; since the sender last took it
+    bool m_senderAsleep = false;  // guarded by m_mutex; the sender found the queue empty
 };

@@ -33,12 +33,9 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
     const std::shared_ptr<const CTlsContext> tls = parameters.tls;
     return [=](CWaiter& waiter) -> std::unique_ptr<CTransport> {
         switch (kind) {
-        case CTransportKind::UDP:
-            return std::make_unique<CUdpTransport>(waiter, host, port);
-        case CTransportKind::TCP:
-            return std::make_unique<CTcpTransport>(waiter, host, port, framing);
-        case CTransportKind::TLS:
-            break;
+        case CTransportKind::UDP: return std::make_unique<CUdpTransport>(waiter, host, port);
+        case CTransportKind::TCP: return std::make_unique<CTcpTransport>(waiter, host, port, framing);
+        case CTransportKind::TLS: break;
         }
         return std::make_unique<CTlsTransport>(waiter, host, port, tls);
     };
@@ -46,7 +43,10 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
 
 class CRemoteTarget final : public CLogTargetBase {
 public:
-    explicit CRemoteTarget(const CLogTargetParameters& parameters) : CRemoteTarget(parameters, "remote") {}
+    explicit CRemoteTarget(const CLogTargetParameters& parameters)
+        : CRemoteTarget(parameters, "remote")
+    {
+    }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,

@@ -62,9 +62,9 @@ CSender::~CSender()
     }
 }
 
-void CSender::submit(int pid, int depth, long long seconds, int microseconds, int severity,
-                     const std::string& appname, const std::string& thread, const std::string& component,
-                     const std::string& function, const std::string& message)
+void CSender::submit(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
+                     const std::string& thread, const std::string& component, const std::string& function,
+                     const std::string& message)
 {
     if (m_forkChild) {
         restartInChild();
@@ -202,12 +202,12 @@ bool CSender::reconnect()
 void CSender::attemptFailed(const std::string& error)
 {
     if (m_failures++ == 0) {
-        syslog(LOG_ERR, "%s: cannot deliver to %s - %s; records wait in the queue (%zu at most) and delivery is retried",
+        syslog(LOG_ERR,
+               "%s: cannot deliver to %s - %s; records wait in the queue (%zu at most) and delivery is retried",
                m_settings.owner.c_str(), m_settings.destination.c_str(), error.c_str(), m_settings.queueSize);
     }
-    const long long delay = std::min<long long>(static_cast<long long>(m_settings.retryMs)
-                                                    << std::min(m_failures - 1, 20u),
-                                                m_settings.retryMaxMs);
+    const long long delay = std::min<long long>(
+        static_cast<long long>(m_settings.retryMs) << std::min(m_failures - 1, 20u), m_settings.retryMaxMs);
     m_nextAttempt = Clock::now() + std::chrono::milliseconds(delay);
 }
 

@@ -16,13 +16,13 @@
 #include "Rfc5424.h"
 
 struct CSenderSettings {
-    std::string owner;        // "remote target <name>", the start of every diagnostic
+    std::string owner;  // "remote target <name>", the start of every diagnostic
     std::string destination;  // "tcp 10.0.0.1:514", for the operator
     std::size_t queueSize = 10000;
-    int retryMs = 250;        // first wait after a failed attempt, doubled after each further one
-    int retryMaxMs = 30000;   // longest wait between attempts
+    int retryMs = 250;  // first wait after a failed attempt, doubled after each further one
+    int retryMaxMs = 30000;  // longest wait between attempts
     int connectTimeoutMs = 5000;
-    int drainMs = 2000;       // longest wait for the queue to drain at the end
+    int drainMs = 2000;  // longest wait for the queue to drain at the end
 };
 
 class CSender {
@@ -66,12 +66,12 @@ private:
     std::unique_ptr<CTransport> m_transport;  // the sender thread's
     pthread_t m_thread{};
     bool m_threadRunning = false;  // false in a fork child until its first record
-    bool m_forkChild = false;      // set by the fork child handler
+    bool m_forkChild = false;  // set by the fork child handler
     CSender* m_nextSender = nullptr;  // the list of live senders, for fork handling
 
     // The sender thread's state.
-    unsigned m_failures = 0;                 // failed attempts since the last delivered record
-    bool m_sentOnConnection = false;         // the current connection delivered a record
+    unsigned m_failures = 0;  // failed attempts since the last delivered record
+    bool m_sentOnConnection = false;  // the current connection delivered a record
     CWaiter::Clock::time_point m_nextAttempt{};
-    unsigned long long m_droppedInRun = 0;   // dropped since the queue was last found empty
+    unsigned long long m_droppedInRun = 0;  // dropped since the queue was last found empty
 };

@@ -77,7 +77,8 @@ bool isAddress(const std::string& host)
 
 }  // namespace
 
-CTlsContext::CTlsContext(const CTlsSettings& settings) : m_verify(settings.verify)
+CTlsContext::CTlsContext(const CTlsSettings& settings)
+    : m_verify(settings.verify)
 {
     // Without NO_ATEXIT, OpenSSL's exit handler, registered after the library's instance, would
     // tear OpenSSL down before the drain at process exit sends the last records.
@@ -156,11 +157,11 @@ bool CTlsTransport::complete(Step step, Clock::time_point limit, std::string& er
             events = POLLOUT;
         } else {
             const long verified = SSL_get_verify_result(m_ssl);
-            error = verified != X509_V_OK ? std::string("certificate not accepted - ") +
-                                                X509_verify_cert_error_string(verified)
-                                          : reason == SSL_ERROR_SYSCALL || reason == SSL_ERROR_ZERO_RETURN
-                                                ? std::string("connection closed by the receiver")
-                                                : opensslError();
+            error = verified != X509_V_OK
+                ? std::string("certificate not accepted - ") + X509_verify_cert_error_string(verified)
+                : reason == SSL_ERROR_SYSCALL || reason == SSL_ERROR_ZERO_RETURN
+                ? std::string("connection closed by the receiver")
+                : opensslError();
             return false;
         }
         m_waiter.wait(m_fd, events, limit);

@@ -12,9 +12,9 @@ typedef struct ssl_st SSL;
 typedef struct bio_method_st BIO_METHOD;
 
 struct CTlsSettings {
-    std::string ca;    // file of trusted authorities; empty: the system's
+    std::string ca;  // file of trusted authorities; empty: the system's
     std::string cert;  // client certificate chain (PEM); empty: none
-    std::string key;   // its private key (PEM)
+    std::string key;  // its private key (PEM)
     bool verify = true;
 };
 

@@ -27,7 +27,10 @@ public:
     virtual int idleFd() const { return m_fd; }
 
 protected:
-    explicit CTransport(CWaiter& waiter) : m_waiter(waiter) {}
+    explicit CTransport(CWaiter& waiter)
+        : m_waiter(waiter)
+    {
+    }
     // Writes all of `data` to the non-blocking socket with MSG_NOSIGNAL (a closed peer must not
     // raise SIGPIPE in the application); false with `error` set on failure or at the stop deadline.
     bool sendAll(const char* data, std::size_t size, std::string& error);

@@ -22,7 +22,10 @@ int newEventFd()
 
 }  // namespace
 
-CWaiter::CWaiter() : m_eventFd(newEventFd()) {}
+CWaiter::CWaiter()
+    : m_eventFd(newEventFd())
+{
+}
 
 CWaiter::~CWaiter() { close(m_eventFd); }
 

@@ -115,9 +115,9 @@ std::string rfc3339Time(long long seconds, int microseconds, bool utc)
     std::tm parts{};
     vx::civilTime(seconds, utc, parts);
     char text[64];
-    int length = std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06d", parts.tm_year + 1900,
-                               parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                               microseconds);
+    int length =
+        std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06d", parts.tm_year + 1900, parts.tm_mon + 1,
+                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, microseconds);
     if (utc) {
         std::snprintf(text + length, sizeof text - length, "Z");
     } else {

@@ -8,12 +8,12 @@
 #include "CQueuedRecord.h"
 
 struct CRfc5424Options {
-    int facility = 1;                  // facility number 0-23 (user = 1)
-    std::string hostname;              // HOSTNAME as given; the formatter cleans and cuts it
+    int facility = 1;  // facility number 0-23 (user = 1)
+    std::string hostname;  // HOSTNAME as given; the formatter cleans and cuts it
     std::string sdId = "vexlor@32473";  // the SD-ID of our structured data element
-    bool utc = true;                   // TIMESTAMP with "Z", else with the local offset
-    bool bom = false;                  // MSG starts with the UTF-8 byte order mark
-    std::size_t maxLength = 0;         // whole message at most this long (a UDP datagram); 0: no limit
+    bool utc = true;  // TIMESTAMP with "Z", else with the local offset
+    bool bom = false;  // MSG starts with the UTF-8 byte order mark
+    std::size_t maxLength = 0;  // whole message at most this long (a UDP datagram); 0: no limit
 };
 
 class CRfc5424Formatter {

@@ -68,8 +68,8 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     result.transport = kinds[choice(parameters, "transport", {"tcp", "udp", "tls"})];
     result.host = hostParameter(parameters);
     result.port = number(parameters, "port", result.transport == CTransportKind::TLS ? 6514 : 514, 1, 65535);
-    result.framing = choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING
-                                                                                 : CFraming::LINE_FEED;
+    result.framing =
+        choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING : CFraming::LINE_FEED;
     try {
         result.levels = CLevelSet::fromParameters(parameters);
     } catch (const std::invalid_argument& e) {
@@ -82,7 +82,8 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     format.hostname = targetParameter(parameters, "hostname", machineName());
     format.sdId = targetParameter(parameters, "sd-id", format.sdId);
     if (!isValidSdId(format.sdId)) {
-        refuse("sd-id=" + format.sdId + ": not an SD-ID of the form name@number (at most 32 printable characters, "
+        refuse("sd-id=" + format.sdId +
+               ": not an SD-ID of the form name@number (at most 32 printable characters, "
                "without '=', ']', '\"' or blanks)");
     }
     format.utc = choice(parameters, "time", {"utc", "local"}) == 0;
@@ -97,7 +98,7 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     const char* const transportNames[] = {"udp", "tcp", "tls"};
     const bool ipv6 = result.host.find(':') != std::string::npos;
     sender.destination = std::string(transportNames[static_cast<int>(result.transport)]) + " " +
-                         (ipv6 ? "[" + result.host + "]" : result.host) + ":" + std::to_string(result.port);
+        (ipv6 ? "[" + result.host + "]" : result.host) + ":" + std::to_string(result.port);
     sender.queueSize = static_cast<std::size_t>(number(parameters, "queue", 10000, 1, 10000000));
     sender.drainMs = number(parameters, "drain-ms", 2000, 0, 3600000);
     sender.retryMs = number(parameters, "retry-ms", 250, 1, 3600000);

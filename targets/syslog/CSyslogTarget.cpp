@@ -20,16 +20,16 @@ namespace {
 const char DEFAULT_PATTERN[] = "[%c/%T] %m";
 
 // 0 keeps the facility of openlog.
-int facilityOrDefault(const std::string& name)
-{
-    return name.empty() ? 0 : facilityCode(name, "facility=" + name);
-}
+int facilityOrDefault(const std::string& name) { return name.empty() ? 0 : facilityCode(name, "facility=" + name); }
 
 class CSyslogTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "syslog";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CSyslogTarget>(parameters); }
+    static ILogTarget* create(const CLogTargetParameters& parameters)
+    {
+        return createTarget<CSyslogTarget>(parameters);
+    }
 
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
@@ -47,8 +47,9 @@ public:
             return;
         }
         CLineBuffer text;
-        m_layout.format(text, CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName,
-                                         functionName, message, appname()});
+        m_layout.format(text,
+                        CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
+                                   message, appname()});
         text.append('\0');
         syslog(m_facility | vexlor_level_to_prio(level), "%s", text.data());
     }

@@ -16,10 +16,7 @@ const pid_t TEST_PROCESS = getpid();
 
 // LeakSanitizer asks this before its check at exit. A child inherits the memory of the parent's
 // other threads without the threads, so their thread-local records would count as leaks there.
-extern "C" int __lsan_is_turned_off()
-{
-    return getpid() != TEST_PROCESS ? 1 : 0;
-}
+extern "C" int __lsan_is_turned_off() { return getpid() != TEST_PROCESS ? 1 : 0; }
 
 namespace {
 
@@ -46,13 +43,15 @@ TEST_F(ForkSafetyTest, ChildrenOfAProcessThatLogsOnOtherThreadsNeverHang)
     // Half log once, half only exit; exit runs the library's destructors either way.
     int failed = -1;
     for (int i = 0; i < 20 && failed < 0; ++i) {
-        const int status = runInChild([&]() -> int {
-            CRecorder::instance().clear();  // what the parent's threads left in this copy
-            if (i % 2 == 0) {
-                vexlor(busy, VX_INFO, "from child");
-            }
-            exit(messages() == std::vector<std::string>(i % 2 == 0 ? 1 : 0, "from child") ? 0 : 1);
-        }, EForkMoment::NOW);
+        const int status = runInChild(
+            [&]() -> int {
+                CRecorder::instance().clear();  // what the parent's threads left in this copy
+                if (i % 2 == 0) {
+                    vexlor(busy, VX_INFO, "from child");
+                }
+                exit(messages() == std::vector<std::string>(i % 2 == 0 ? 1 : 0, "from child") ? 0 : 1);
+            },
+            EForkMoment::NOW);
         failed = status != 0 ? i : -1;
     }
     stop = true;

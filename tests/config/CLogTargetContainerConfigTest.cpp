@@ -37,7 +37,8 @@ protected:
 
     static bool loaded(const std::string& target)
     {
-        return CRecorder::instance().calls("created", target).size() > CRecorder::instance().calls("destroyed", target).size();
+        return CRecorder::instance().calls("created", target).size() >
+            CRecorder::instance().calls("destroyed", target).size();
     }
 
     CTempDir m_dir;
@@ -52,9 +53,11 @@ using CLogTargetContainerWatcherTest = CContainerTest;
 // exact. A read that fails part-way keeps what it applied before.
 TEST_F(CLogTargetContainerConfigTest, AppliesComponentLinesUntilALineFails)
 {
-    m_dir.write("vexlor.cfg", "component = net,000011111\ncomponent = storage, 1111 1111 1\ncomponent = one,\n"
-                              "component = a,b,c\nComponent = z,1\ncomponent = refused,101\n"
-                              "component = " + std::string(300, '1') + "\ncomponent = late,1\n");
+    m_dir.write("vexlor.cfg",
+                "component = net,000011111\ncomponent = storage, 1111 1111 1\ncomponent = one,\n"
+                "component = a,b,c\nComponent = z,1\ncomponent = refused,101\n"
+                "component = " +
+                    std::string(300, '1') + "\ncomponent = late,1\n");
     CLogTargetContainer container(m_dir.path(), false, this);
     container.onCfgUpdate();
     EXPECT_EQ((Levels{{"net", "000011111"}, {"storage", "111111111"}, {"refused", "101"}}), m_levels);
@@ -78,10 +81,10 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
     auto container = std::make_unique<CLogTargetContainer>(m_dir.path(), true, this);
     // A fork child that ends its copy (as exit() would) leaves the parent's worker and watch alone.
     EXPECT_EQ(0, runInChild([&] {
-        container->setAppname("player");
-        container.reset();
-        return 0;
-    }));
+                  container->setAppname("player");
+                  container.reset();
+                  return 0;
+              }));
 
     // A name without a file of its own leaves the watch where it is. The rewrite is queued after
     // the notification, so the worker has handled that when it re-reads.
@@ -126,7 +129,9 @@ TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
         rlimit limited = saved;
         limited.rlim_cur = limitFor(slots);
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
-        { const CLogTargetContainer container(m_dir.path(), true, this); }
+        {
+            const CLogTargetContainer container(m_dir.path(), true, this);
+        }
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
         EXPECT_EQ(descriptors, openDescriptors()) << slots;
     }

@@ -41,7 +41,8 @@ TEST(CfreadTest, BothModesReadTheSameEntriesAndRejectTheSameLines)
 {
     const CTempDir dir;
     const CSyslogCapture syslog;
-    const std::string file = dir.write("f.cfg", "my key = value\na=b=c\n  #x=1\n#c=9\ncrlf=v\r\nnovalue\n=value\n\n# end");
+    const std::string file =
+        dir.write("f.cfg", "my key = value\na=b=c\n  #x=1\n#c=9\ncrlf=v\r\nnovalue\n=value\n\n# end");
     const Entries entries = {{"mykey", "value"}, {"a", "b=c"}, {"#x", "1"}, {"crlf", "v"}};
     EXPECT_EQ(std::make_pair(entries, 0), parse(file));
     Entries withEmpty = entries;

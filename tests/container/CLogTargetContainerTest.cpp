@@ -142,9 +142,9 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
     const std::string nullFactory = testpaths::nullFactory();
     read(targetLine(missing) + targetLine(noFactory) + targetLine(nullFactory) +
          targetLine(m_rec, "name=n, create=null") + targetLine(m_twin, "name=o, create=object"));
-    EXPECT_EQ((Lines{"init", "done", "init", "done", "init", "created:n", "done", "init", "created:o", "destroyed",
-                     "done"}),
-              takeEvents());
+    EXPECT_EQ(
+        (Lines{"init", "done", "init", "done", "init", "created:n", "done", "init", "created:o", "destroyed", "done"}),
+        takeEvents());
     // Each failure is reported as an error naming its library: a failed load twice (the loader and
     // the container), a missing factory twice (the symbol and the container).
     std::map<std::string, int> errors;

@@ -52,8 +52,8 @@ TEST_F(CVexlorTargetsTest, TargetSettingTheApplicationNameFromItsLogIsUnloadedOn
     }
     // c still gets the outer record, and learns the name, before the read unloads a and c; b is
     // made with the new name.
-    EXPECT_EQ((Lines{"log:a:outer", "appname:a", "appname:c", "renamed:a", "log:c:outer", "created:b",
-                     "destroyed:a", "destroyed:c", "log:b:later"}),
+    EXPECT_EQ((Lines{"log:a:outer", "appname:a", "appname:c", "renamed:a", "log:c:outer", "created:b", "destroyed:a",
+                     "destroyed:c", "log:b:later"}),
               events);
     EXPECT_EQ("other", CRecorder::instance().calls("created", "b").at(0).params.at("application-name"));
 }

@@ -63,9 +63,9 @@ TEST_F(CVexlorLogTest, DeliversTheNineFieldsOfEachRecordThatPassesTheFilter)
 
     // The library caches the pid: a fork child must not log under its parent's.
     EXPECT_EQ(0, runInChild([net] {
-        vexlor(net, VX_ERR, "child");
-        return records().back().pid == getpid() ? 0 : 1;
-    }));
+                  vexlor(net, VX_ERR, "child");
+                  return records().back().pid == getpid() ? 0 : 1;
+              }));
 }
 
 // Unfiltered towards syslog, at the level's priority (debug without one); filtered towards the
@@ -113,8 +113,8 @@ TEST_F(CVexlorLogTest, TracingRecordsAndOthersCarryTheInnermostFunctionAndDepth)
         seen.emplace_back(record.message, record.functionName, record.depth, record.level);
     }
     const decltype(seen) expected{
-        {"entering", "a", 0, VX_ENTERLEAVE}, {"inside", "c", 3, VX_INFO},       {"leaving", "b", 1, VX_ENTERLEAVE},
-        {"leaving", "a", 0, VX_ENTERLEAVE},  {"after", "", 0, VX_INFO},         {"leaving", "", -1, VX_ENTERLEAVE},
+        {"entering", "a", 0, VX_ENTERLEAVE},  {"inside", "c", 3, VX_INFO}, {"leaving", "b", 1, VX_ENTERLEAVE},
+        {"leaving", "a", 0, VX_ENTERLEAVE},   {"after", "", 0, VX_INFO},   {"leaving", "", -1, VX_ENTERLEAVE},
         {"entering", "x", -1, VX_ENTERLEAVE},
     };
     EXPECT_EQ(expected, seen);
@@ -125,7 +125,9 @@ TEST_F(CVexlorLogTest, TracingRecordsAndOthersCarryTheInnermostFunctionAndDepth)
 TEST_F(CVexlorLogTest, DumpsLinesByteExact)
 {
     vexlor_component* app = vexlor_create_component("app", VX_DEBUG, "");
-    const unsigned char data[] = "\x1f !0~\x7f\x80\xff" "abcdefgh" "Hi";
+    const unsigned char data[] = "\x1f !0~\x7f\x80\xff"
+                                 "abcdefgh"
+                                 "Hi";
     vexlor_dump(app, VX_DEBUG, data, 18);
     vexlor_dump(app, VX_DEBUG, data, 0);
     vexlor_dump(nullptr, VX_DEBUG, nullptr, 3);
@@ -166,10 +168,13 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
         seen.emplace_back(record.message, record.threadName, record.level);
     }
     const decltype(seen) expected{
-        {"other's", "other", VX_INFO},       {"other done", "<thrd done>", VX_INFO},
-        {"fresh", "<no name>", VX_INFO},     {"named", "worker", VX_INFO},
+        {"other's", "other", VX_INFO},
+        {"other done", "<thrd done>", VX_INFO},
+        {"fresh", "<no name>", VX_INFO},
+        {"named", "worker", VX_INFO},
         {"----- Thread renamed started.", "renamed", VX_ENTERLEAVE},
-        {"----- Thread renamed ending.", "renamed", VX_ENTERLEAVE}, {"after done", "<thrd done>", VX_INFO},
+        {"----- Thread renamed ending.", "renamed", VX_ENTERLEAVE},
+        {"after done", "<thrd done>", VX_INFO},
     };
     EXPECT_EQ(expected, seen);
     std::vector<std::tuple<std::string, int, int>> opened;  // identity, options, facility
@@ -177,7 +182,8 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
         opened.emplace_back(call.ident, call.option, call.facility);
     }
     const int options = LOG_PID | LOG_NDELAY;
-    EXPECT_EQ((decltype(opened){{"app", options, LOG_USER}, {program_invocation_short_name, options, LOG_USER},
+    EXPECT_EQ((decltype(opened){{"app", options, LOG_USER},
+                                {program_invocation_short_name, options, LOG_USER},
                                 {"later", options, LOG_USER}}),
               opened);
 }

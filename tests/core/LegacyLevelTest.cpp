@@ -41,21 +41,24 @@ TEST_F(LegacyLevelTest, FirstLineContainingTheProgramNameSetsTheMask)
     for (const CRow& row : rows) {
         SCOPED_TRACE(row.before);
         EXPECT_EQ(0, runInChild([&] {
-            removeTree(testpaths::legacyLevelFile());
-            removeTree(testpaths::syslogdPidFile());
-            if (row.present) {
-                writeLevels(row.before);
-                writeFile(testpaths::syslogdPidFile(), "1\n");
-            }
-            vexlor_init_novexlor("main");
-            vexlor_init(nullptr, "again");
-            const std::string announcement = "[Log level for " + program + " set to " + std::to_string(row.level) + "]";
-            // The child's status: 1 the file, 2 the mask, 4 the announcement went wrong.
-            return (readFile(testpaths::legacyLevelFile()) == row.before + row.appended ? 0 : 1) |
-                   (capturedLogMask() == (2 << row.level) - 1 ? 0 : 2) |
-                   (m_syslog.count(announcement, row.level) == (row.present ? 1 : 0) &&
-                    m_syslog.countContaining("[Log") == (row.present ? 1 : 0) ? 0 : 4);
-        }));
+                      removeTree(testpaths::legacyLevelFile());
+                      removeTree(testpaths::syslogdPidFile());
+                      if (row.present) {
+                          writeLevels(row.before);
+                          writeFile(testpaths::syslogdPidFile(), "1\n");
+                      }
+                      vexlor_init_novexlor("main");
+                      vexlor_init(nullptr, "again");
+                      const std::string announcement =
+                          "[Log level for " + program + " set to " + std::to_string(row.level) + "]";
+                      // The child's status: 1 the file, 2 the mask, 4 the announcement went wrong.
+                      return (readFile(testpaths::legacyLevelFile()) == row.before + row.appended ? 0 : 1) |
+                          (capturedLogMask() == (2 << row.level) - 1 ? 0 : 2) |
+                          (m_syslog.count(announcement, row.level) == (row.present ? 1 : 0) &&
+                                   m_syslog.countContaining("[Log") == (row.present ? 1 : 0)
+                               ? 0
+                               : 4);
+                  }));
     }
 }
 
@@ -74,8 +77,8 @@ TEST_F(LegacyLevelTest, SignalRereadsTheFileInTheProcessSignalled)
     if (std::getenv("VEXLOR_TEST_EMULATOR") == nullptr) {
         writeLevels(program + " 5\n");
         EXPECT_EQ(0, runInChild([this] {
-            return raise(SIGUSR1) == 0 && m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1;
-        }));
+                      return raise(SIGUSR1) == 0 && m_syslog.waitFor(reread(5)) && capturedLogMask() == 0x3f ? 0 : 1;
+                  }));
         EXPECT_EQ(0x01, capturedLogMask());
     }
 #endif

@@ -47,9 +47,9 @@ template <typename... Args>
     if (expectedResult == actualResult && expected == actual) {
         return ::testing::AssertionSuccess();
     }
-    return ::testing::AssertionFailure() << "\"" << format << "\" into " << size << " bytes: " << actualResult
-                                         << " \"" << shown(actual) << "\", the C library: " << expectedResult
-                                         << " \"" << shown(expected) << "\"";
+    return ::testing::AssertionFailure() << "\"" << format << "\" into " << size << " bytes: " << actualResult << " \""
+                                         << shown(actual) << "\", the C library: " << expectedResult << " \""
+                                         << shown(expected) << "\"";
 }
 
 // One directive after its '*' arguments, if any.
@@ -100,9 +100,10 @@ TEST(PrintfFormatTest, MatchesForEveryFlagWidthAndPrecisionOfEachConversion)
 {
     expectEveryDirectiveMatches("c", std::vector<int>{'a', 0, 255, ' '});
     expectEveryDirectiveMatches("s", std::vector<const char*>{"", "a", "a longer text of 28 letters", nullptr});
-    expectEveryDirectiveMatches("p", std::vector<void*>{nullptr, reinterpret_cast<void*>(1),
-                                                    reinterpret_cast<void*>(0x7ffe1234),
-                                                    reinterpret_cast<void*>(UINTPTR_MAX)});
+    expectEveryDirectiveMatches("p",
+                                std::vector<void*>{nullptr, reinterpret_cast<void*>(1),
+                                                   reinterpret_cast<void*>(0x7ffe1234),
+                                                   reinterpret_cast<void*>(UINTPTR_MAX)});
 }
 
 // Every integer conversion with every directive, at the extremes of the type that the modifier
@@ -111,10 +112,12 @@ template <typename Signed, typename Unsigned>
 void expectLengthModifierMatches(const std::string& modifier, std::vector<Signed> signedValues = {},
                                  std::vector<Unsigned> unsignedValues = {})
 {
-    signedValues.insert(signedValues.end(), {std::numeric_limits<Signed>::min(), std::numeric_limits<Signed>::max(),
-                                             Signed(-1), Signed(0), Signed(1), Signed(42)});
-    unsignedValues.insert(unsignedValues.end(), {std::numeric_limits<Unsigned>::max(), Unsigned(0), Unsigned(1),
-                                                 Unsigned(255), Unsigned(std::numeric_limits<Unsigned>::max() / 2 + 1)});
+    signedValues.insert(signedValues.end(),
+                        {std::numeric_limits<Signed>::min(), std::numeric_limits<Signed>::max(), Signed(-1), Signed(0),
+                         Signed(1), Signed(42)});
+    unsignedValues.insert(unsignedValues.end(),
+                          {std::numeric_limits<Unsigned>::max(), Unsigned(0), Unsigned(1), Unsigned(255),
+                           Unsigned(std::numeric_limits<Unsigned>::max() / 2 + 1)});
     for (const char* conversion : {"d", "i"}) {
         expectEveryDirectiveMatches(modifier + conversion, signedValues);
     }
@@ -144,15 +147,16 @@ TEST(PrintfFormatTest, CutsAtEveryPosition)
     void* const pointer = reinterpret_cast<void*>(0xbeef);
     const int length = libc(nullptr, 0, format, -42, 255u, "str", 'c', "truncated", pointer, 8u);
     for (int size = 0; size <= length + 2; ++size) {
-        ASSERT_TRUE(sameAsLibc(static_cast<std::size_t>(size), format, -42, 255u, "str", 'c', "truncated", pointer, 8u));
+        ASSERT_TRUE(
+            sameAsLibc(static_cast<std::size_t>(size), format, -42, 255u, "str", 'c', "truncated", pointer, 8u));
     }
     EXPECT_EQ(length, ours(nullptr, 0, format, -42, 255u, "str", 'c', "truncated", pointer, 8u));
 
     // A message cut at 2047 characters: the same conversions lead up to the cut at every position.
     constexpr std::size_t MESSAGE_BUFFER = 2048;
     for (int lead = 1990; lead <= 2050; ++lead) {
-        ASSERT_TRUE(sameAsLibc(MESSAGE_BUFFER, "%*s%-+8d|%#010x|%5s|%c%.3s%p %#o %%", lead, "", -42, 255u, "str",
-                               'c', "truncated", pointer, 8u));
+        ASSERT_TRUE(sameAsLibc(MESSAGE_BUFFER, "%*s%-+8d|%#010x|%5s|%c%.3s%p %#o %%", lead, "", -42, 255u, "str", 'c',
+                               "truncated", pointer, 8u));
         const std::string literal(static_cast<std::size_t>(lead), 'x');
         ASSERT_TRUE(sameAsLibc(MESSAGE_BUFFER, (literal + "%s and %d").c_str(), "text", INT_MIN));
     }

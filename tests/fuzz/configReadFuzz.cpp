@@ -20,14 +20,15 @@ std::string directory;
 
 bool untrimmed(const std::string& text)
 {
-    return !text.empty() && (std::isspace(static_cast<unsigned char>(text.front())) != 0 ||
-                             std::isspace(static_cast<unsigned char>(text.back())) != 0);
+    return !text.empty() &&
+        (std::isspace(static_cast<unsigned char>(text.front())) != 0 ||
+         std::isspace(static_cast<unsigned char>(text.back())) != 0);
 }
 
 class CClient final : public IConfigReadClient, public IComponentCfgUpdateSink {
 public:
-    void lock() override {}
-    void unlock() override {}
+    void lock() override { }
+    void unlock() override { }
     bool sweepTargets() override { return false; }
 
     int onTargetLine(const std::string& key, const std::string& value) override
@@ -69,8 +70,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string file = CConfigRead::defaultFile(directory);
-    if (!(std::ofstream(file, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data),
-                                                                         static_cast<std::streamsize>(size)))) {
+    if (!(std::ofstream(file, std::ios::binary | std::ios::trunc)
+              .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size)))) {
         std::abort();
     }
     CClient client;

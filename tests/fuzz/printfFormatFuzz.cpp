@@ -14,7 +14,8 @@
 
 // Length modifiers z, j and t read a long here, which is their type's size and class on x86-64.
 static_assert(sizeof(long) == 8 && std::is_same_v<std::intmax_t, long> && std::is_same_v<std::ptrdiff_t, long> &&
-              std::is_same_v<std::size_t, unsigned long>, "the fuzzer assumes an LP64 platform");
+                  std::is_same_v<std::size_t, unsigned long>,
+              "the fuzzer assumes an LP64 platform");
 
 #pragma clang diagnostic ignored "-Wformat-nonliteral"
 
@@ -47,8 +48,8 @@ struct CInput {
 // Values at the formatter's edges turn up more often than random bytes would bring them.
 long long integerArgument(CInput& in)
 {
-    static const long long EDGES[] = {0,         -1,        8,          10,        99,       255,     -128,
-                                      65535,     INT32_MAX, INT32_MIN,  UINT32_MAX, INT64_MAX, INT64_MIN};
+    static const long long EDGES[] = {0,     -1,        8,         10,         99,        255,      -128,
+                                      65535, INT32_MAX, INT32_MIN, UINT32_MAX, INT64_MAX, INT64_MIN};
     const unsigned int choice = in.below(4);
     return choice == 0 ? EDGES[in.below(std::size(EDGES))] : in.integer(choice == 1 ? 1 : choice == 2 ? 4 : 8);
 }
@@ -86,9 +87,10 @@ bool appendDirective(CInput& in, std::string& format, std::vector<CArgument>& ar
     const unsigned int width = in.below(4);
     directive += width == 1 ? fieldDigits(in) : width == 2 && readsValue ? star() : "";
     const unsigned int precision = in.below(5);
-    directive += precision == 1   ? "."
-                 : precision == 2 ? "." + fieldDigits(in)
-                 : precision == 3 && readsValue ? ".*" : "";
+    directive += precision == 1        ? "."
+        : precision == 2               ? "." + fieldDigits(in)
+        : precision == 3 && readsValue ? ".*"
+                                       : "";
     if (precision == 3 && readsValue) {
         star();
     }
@@ -96,9 +98,9 @@ bool appendDirective(CInput& in, std::string& format, std::vector<CArgument>& ar
     const std::string length = LENGTHS[in.below(conversion == 's' ? 5 : std::size(LENGTHS))];
     directive += length + conversion;
     if (integer) {
-        const char type = length == "ll" || length == "L" || length == "q"                                      ? 'L'
-                          : length == "l" || length == "z" || length == "j" || length == "t" || length == "Z" ? 'l'
-                                                                                                                : 'i';
+        const char type = length == "ll" || length == "L" || length == "q"                      ? 'L'
+            : length == "l" || length == "z" || length == "j" || length == "t" || length == "Z" ? 'l'
+                                                                                                : 'i';
         const long long value = integerArgument(in);
         taken.push_back({type, type == 'i' ? static_cast<int>(value) : value, nullptr});
     } else if (conversion == 'c') {
@@ -135,8 +137,8 @@ void compare(const CCase& c, Args... args)
     errno = c.errnoValue;
     const int actualResult = ours(actual.data(), c.size, c.format.c_str(), args...);
     // After a failure only the terminated text is the C library's to define.
-    if (expectedResult != actualResult || (expectedResult >= 0 ? expected != actual
-                                           : c.size != 0 && std::strcmp(expected.data(), actual.data()) != 0)) {
+    if (expectedResult != actualResult ||
+        (expectedResult >= 0 ? expected != actual : c.size != 0 && std::strcmp(expected.data(), actual.data()) != 0)) {
         std::fprintf(stderr, "format \"%s\", %zu bytes: %d \"%.*s\", the C library %d \"%.*s\"\n", c.format.c_str(),
                      c.size, actualResult, static_cast<int>(c.size), actual.data(), expectedResult,
                      static_cast<int>(c.size), expected.data());

@@ -19,7 +19,12 @@ const std::string TARGET = "target = " VEXLOR_TEST_TARGET_CONSOLE;
 
 // Scoped: puts `replacement` on descriptor `fd` (1 or 2), and the original back at the end.
 struct CRedirect {
-    CRedirect(int fd, int replacement) : m_fd(fd), m_saved(dup(fd)) { dup2(replacement, fd); }
+    CRedirect(int fd, int replacement)
+        : m_fd(fd)
+        , m_saved(dup(fd))
+    {
+        dup2(replacement, fd);
+    }
     ~CRedirect()
     {
         dup2(m_saved, m_fd);
@@ -47,15 +52,19 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 {
     struct {
         const char* parameters;
-        const char* term;     // null: unset
+        const char* term;  // null: unset
         const char* noColor;  // null: unset
         bool terminal;
         bool coloured;
     } const cases[] = {
-        {"", "xterm", nullptr, true, true},          {"", "xterm", "", true, true},
-        {"", "xterm", "1", true, false},             {"", "dumb", nullptr, true, false},
-        {"", nullptr, nullptr, true, false},         {"color=auto", "xterm", nullptr, false, false},
-        {"color=always", "dumb", "1", false, true},  {"color=never", "xterm", nullptr, true, false},
+        {"", "xterm", nullptr, true, true},
+        {"", "xterm", "", true, true},
+        {"", "xterm", "1", true, false},
+        {"", "dumb", nullptr, true, false},
+        {"", nullptr, nullptr, true, false},
+        {"color=auto", "xterm", nullptr, false, false},
+        {"color=always", "dumb", "1", false, true},
+        {"color=never", "xterm", nullptr, true, false},
         {"stream=stdout, color=always", nullptr, nullptr, false, true},
     };
     const std::string colours = "\033[1;31m0\033[0m\n\033[1;31m2\033[0m\n\033[31m3\033[0m\n\033[33m4\033[0m\n"
@@ -70,8 +79,8 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
         {
             CRedirect redirect(std::strstr(c.parameters, "stdout") ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
             read(TARGET + ", pattern=%L, levels=0 2-8, " + c.parameters + "\n");
-            for (vexlor_level* level : {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG,
-                                        VX_ENTERLEAVE}) {
+            for (vexlor_level* level :
+                 {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG, VX_ENTERLEAVE}) {
                 log(level, "");
             }
             read("");
@@ -120,7 +129,8 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         dup2(working[1], STDERR_FILENO);  // a reader again
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
         log(VX_ERR, "delivered");
-        EXPECT_TRUE(m_syslog.contains(who + ": works again; 4 records were lost (write failed: Broken pipe)", LOG_WARNING));
+        EXPECT_TRUE(
+            m_syslog.contains(who + ": works again; 4 records were lost (write failed: Broken pipe)", LOG_WARNING));
 
         dup2(closed[1], STDERR_FILENO);
         log(VX_ERR, "lost");
@@ -129,8 +139,8 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
     }
     EXPECT_EQ("delivered\n", drain(working[0]));
     EXPECT_EQ(2, m_syslog.count(started, LOG_ERR));
-    EXPECT_TRUE(m_syslog.contains(who + ": 2 records lost (write failed: Broken pipe) until the target was unloaded",
-                                  LOG_ERR));
+    EXPECT_TRUE(
+        m_syslog.contains(who + ": 2 records lost (write failed: Broken pipe) until the target was unloaded", LOG_ERR));
 }
 
 }  // namespace

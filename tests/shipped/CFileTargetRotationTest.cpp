@@ -80,9 +80,6 @@ TEST_F(CFileTargetRotationTest, FollowsLogrotateCreateWithDelayedCompression)
     rotateWhileThreadsLog("create\n  compress\n  delaycompress", false);
 }
 
-TEST_F(CFileTargetRotationTest, FollowsLogrotateCopytruncate)
-{
-    rotateWhileThreadsLog("copytruncate", true);
-}
+TEST_F(CFileTargetRotationTest, FollowsLogrotateCopytruncate) { rotateWhileThreadsLog("copytruncate", true); }
 
 }  // namespace

@@ -59,8 +59,9 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactly)
         ASSERT_GE(found.size(), 10u);
         EXPECT_EQ(range(next - 10, 10), std::vector<int>(found.end() - 10, found.end())) << buffer;
         EXPECT_EQ(1, m_syslog.count(started, LOG_ERR)) << buffer;
-        EXPECT_EQ(1, m_syslog.count(who + ": works again; " + std::to_string(lost) + " records were lost (" + reason + ")",
-                                    LOG_WARNING))
+        EXPECT_EQ(1,
+                  m_syslog.count(who + ": works again; " + std::to_string(lost) + " records were lost (" + reason + ")",
+                                 LOG_WARNING))
             << buffer;
     }
 }

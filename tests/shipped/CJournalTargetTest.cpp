@@ -81,9 +81,10 @@ TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
         mounts.tmpfs("/run", "1m");
         std::filesystem::create_directories("/run/systemd/journal");
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
-        EXPECT_EQ(1, m_syslog.count("journal target: no journal at /run/systemd/journal/socket - No such file or "
-                                    "directory (is systemd-journald running?)",
-                                    LOG_ERR));
+        EXPECT_EQ(1,
+                  m_syslog.count("journal target: no journal at /run/systemd/journal/socket - No such file or "
+                                 "directory (is systemd-journald running?)",
+                                 LOG_ERR));
 
         const int journal = journalStandIn();
         read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
@@ -93,11 +94,23 @@ TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
         m_container.log(42, 0, SECONDS, 9, VX_NOTICE, "worker", "storage", "", "named");
         const std::string tid = std::to_string(syscall(SYS_gettid));
         const std::vector<CJournalEntry> expected = {
-            {{"MESSAGE", "link down\nsecond line"}, {"PRIORITY", "3"}, {"SYSLOG_IDENTIFIER", program_invocation_short_name},
-             {"SYSLOG_FACILITY", "19"}, {"TID", tid}, {"CODE_FUNC", "poll"}, {"VEXLOR_COMPONENT", "net"},
-             {"VEXLOR_THREAD", "main"}, {"VEXLOR_DEPTH", "2"}},
-            {{"MESSAGE", "named"}, {"PRIORITY", "5"}, {"SYSLOG_IDENTIFIER", "player"}, {"SYSLOG_FACILITY", "19"},
-             {"TID", tid}, {"VEXLOR_COMPONENT", "storage"}, {"VEXLOR_THREAD", "worker"}, {"VEXLOR_DEPTH", "0"}},
+            {{"MESSAGE", "link down\nsecond line"},
+             {"PRIORITY", "3"},
+             {"SYSLOG_IDENTIFIER", program_invocation_short_name},
+             {"SYSLOG_FACILITY", "19"},
+             {"TID", tid},
+             {"CODE_FUNC", "poll"},
+             {"VEXLOR_COMPONENT", "net"},
+             {"VEXLOR_THREAD", "main"},
+             {"VEXLOR_DEPTH", "2"}},
+            {{"MESSAGE", "named"},
+             {"PRIORITY", "5"},
+             {"SYSLOG_IDENTIFIER", "player"},
+             {"SYSLOG_FACILITY", "19"},
+             {"TID", tid},
+             {"VEXLOR_COMPONENT", "storage"},
+             {"VEXLOR_THREAD", "worker"},
+             {"VEXLOR_DEPTH", "0"}},
         };
         // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
         EXPECT_EQ(expected, receive(journal, 2));

@@ -11,8 +11,12 @@ TEST(CLevelSetTest, ReadsNamesNumbersAndRangesInAnyCaseAndRefusesWhatIsNoLevel)
 {
     // Which of emerg ... debug, trace and all pass, and whether a created level 12 does.
     const std::pair<const char*, const char*> cases[] = {
-        {nullptr, "11111111111"},    {"emerg-WARN", "11111000000"}, {"4-0", "11111000000"},
-        {"trace", "00000000100"},    {" error|enterleave 32 ", "00010000110"}, {"all", "11111111111"},
+        {nullptr, "11111111111"},
+        {"emerg-WARN", "11111000000"},
+        {"4-0", "11111000000"},
+        {"trace", "00000000100"},
+        {" error|enterleave 32 ", "00010000110"},
+        {"all", "11111111111"},
         {"10-12", "00000000001"},
     };
     vexlor_level created{12, 1u << 12};

@@ -20,8 +20,9 @@ struct CFields {
 std::string formatted(CLineLayout& layout, const CFields& fields)
 {
     CLineBuffer line;
-    layout.format(line, CLogRecord{4242, fields.depth, fields.seconds, 7, fields.level ? fields.level : VX_WARN,
-                                   fields.thread, fields.component, fields.function, fields.message, fields.appname});
+    layout.format(line,
+                  CLogRecord{4242, fields.depth, fields.seconds, 7, fields.level ? fields.level : VX_WARN,
+                             fields.thread, fields.component, fields.function, fields.message, fields.appname});
     return std::string(line.data(), line.size());
 }
 

@@ -27,8 +27,8 @@ TEST(CRfc5424FormatterTest, CleansAndCutsHeaderFieldsAndEscapesStructuredData)
 {
     const std::pair<std::string, std::string> fields[] = {
         {"dev 01\xC3\xA9\t", "dev01"},  // blanks, control and non-ASCII bytes dropped
-        {"", "-"},                       // NILVALUE
-        {" \x01\xFF", "-"},              // nothing printable left
+        {"", "-"},  // NILVALUE
+        {" \x01\xFF", "-"},  // nothing printable left
     };
     for (const auto& [text, field] : fields) {
         EXPECT_EQ(field, headerField(text, 48)) << text;

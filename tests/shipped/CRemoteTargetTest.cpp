@@ -51,7 +51,7 @@ TEST_F(CRemoteTargetTest, DeliversEveryFieldOverUdpAndTcpWithBothFramings)
         ASSERT_EQ(2u, got.size()) << c.parameters;
         // rsyslogd shows a line feed it received as #012; with framing=lf the target wrote that.
         const std::string first = "<155>1 " + std::string(TIMESTAMP) + " dev-01 " + program_invocation_short_name +
-                                  " 4711 net " + sd + "main\" function=\"poll\" depth=\"2\"] link \"down\"#012again";
+            " 4711 net " + sd + "main\" function=\"poll\" depth=\"2\"] link \"down\"#012again";
         const std::string second =
             "<159>1 " + std::string(TIMESTAMP) + " dev-01 player 4711 net " + sd + "worker\" depth=\"0\"] leaving";
         EXPECT_EQ(first, got[0].fields()) << c.parameters;
@@ -73,13 +73,15 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
          "target = " + remotePath(2) + ", name=other-ca, host=127.0.0.1" + common + certificates.otherCa + "\n" +
          "target = " + remotePath(3) + ", name=not-its-address, host=::1" + common + certificates.ca + "\n" +
          "target = " + remotePath(4) + ", name=unchecked, host=::1, verify=0" + common + certificates.otherCa + "\n");
-    EXPECT_EQ(1, m_syslog.count("remote target unchecked: verify=0: the receiver's certificate and name are not checked",
-                                LOG_WARNING));
+    EXPECT_EQ(1,
+              m_syslog.count("remote target unchecked: verify=0: the receiver's certificate and name are not checked",
+                             LOG_WARNING));
     log(VX_WARN, "over TLS");
     ASSERT_TRUE(rsyslogd.waitForMessages(3));
     const std::string retried = "; records wait in the queue (10000 at most) and delivery is retried";
     EXPECT_TRUE(m_syslog.waitFor("remote target other-ca: cannot deliver to tls 127.0.0.1:" + port +
-                                 " - certificate not accepted - self-signed certificate in certificate chain" + retried));
+                                 " - certificate not accepted - self-signed certificate in certificate chain" +
+                                 retried));
     EXPECT_TRUE(m_syslog.waitFor("remote target not-its-address: cannot deliver to tls [::1]:" + port +
                                  " - certificate not accepted - IP address mismatch" + retried));
     const Clock::time_point start = Clock::now();
@@ -87,7 +89,8 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
     EXPECT_LT(elapsedMs(start), 200 + 3000);  // generous for a loaded machine; a hang takes forever
     for (const std::string where : {"other-ca: 1 records dropped at the end: tls 127.0.0.1:",
                                     "not-its-address: 1 records dropped at the end: tls [::1]:"}) {
-        EXPECT_EQ(1, m_syslog.count("remote target " + where + port + " did not take them within drain-ms=200", LOG_ERR));
+        EXPECT_EQ(1,
+                  m_syslog.count("remote target " + where + port + " did not take them within drain-ms=200", LOG_ERR));
     }
     const std::vector<CReceived> got = rsyslogd.received();
     ASSERT_EQ(3u, got.size());

@@ -27,8 +27,9 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {VEXLOR_TEST_TARGET_CONSOLE ", stream=stdlog",
          "console target \"console\": stream=stdlog: not stderr or stdout"},
         {VEXLOR_TEST_TARGET_CONSOLE ", levels=warn-", "levels=warn-: \"warn-\" is not a level"},
-        {VEXLOR_TEST_TARGET_SYSLOG ", facility=kernel", "syslog target \"syslog\": facility=kernel: unknown facility "
-                                                        "\"kernel\" (user, daemon, local0 to local7)"},
+        {VEXLOR_TEST_TARGET_SYSLOG ", facility=kernel",
+         "syslog target \"syslog\": facility=kernel: unknown facility "
+         "\"kernel\" (user, daemon, local0 to local7)"},
         {VEXLOR_TEST_TARGET_REMOTE ", port=1", "remote target: host= is required (the receiver's name or address)"},
         {remote + "transport=sctp", "transport=sctp: not one of tcp|udp|tls"},
         {remote + "port=65536", "port=65536: not a whole number from 1 to 65535"},

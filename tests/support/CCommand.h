@@ -25,7 +25,7 @@ public:
 
     pid_t pid() const { return m_pid; }
     std::string readLine();  // without the line feed; empty at its end
-    int finish();            // closes its input, waits, returns the status as CCommandResult's
+    int finish();  // closes its input, waits, returns the status as CCommandResult's
 
 private:
     pid_t m_pid = -1;

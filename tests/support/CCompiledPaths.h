@@ -13,7 +13,7 @@
 
 class CCompiledPaths {
 public:
-    CCompiledPaths();   // an empty configuration directory, no legacy file, no pid file
+    CCompiledPaths();  // an empty configuration directory, no legacy file, no pid file
     ~CCompiledPaths();  // removes them again
     CCompiledPaths(const CCompiledPaths&) = delete;
     CCompiledPaths& operator=(const CCompiledPaths&) = delete;
@@ -24,7 +24,10 @@ public:
         return std::string(testpaths::configDir()) + "/vexlor-" + app + ".cfg";
     }
     void writeDefaultConfig(const std::string& content) const { writeFile(defaultConfig(), content); }
-    void writeAppConfig(const std::string& app, const std::string& content) const { writeFile(appConfig(app), content); }
+    void writeAppConfig(const std::string& app, const std::string& content) const
+    {
+        writeFile(appConfig(app), content);
+    }
 
 private:
     std::unique_ptr<CTempDir> m_workingDirectory;  // null where the locations are shared

@@ -17,7 +17,7 @@ struct CRecordedCall {
     std::string kind{};  // log, component, appname, syslog?, created, destroyed, init, done, factory
     std::string text{};  // "component": the component's name; "appname": the name
     std::map<std::string, std::string> params{};  // "created": the target line's parameters
-    vexlor_component* component = nullptr;        // "component": the record and its mask at the time
+    vexlor_component* component = nullptr;  // "component": the record and its mask at the time
     unsigned int componentLevel = 0;
     // "log": the nine record values.
     int pid = 0, depth = 0;

@@ -99,7 +99,8 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     // The same port on both loopback addresses, so that host names (localhost) reach it whichever
     // address the resolver gives first.
     for (const char* on : {"127.0.0.1", "::1"}) {
-        config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port << "\" ruleset=\"remote\")\n";
+        config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port
+               << "\" ruleset=\"remote\")\n";
     }
     writeFile(directory + "/rsyslog.conf", config.str());
     start();

@@ -14,7 +14,7 @@ struct CReceived {
     std::string fields() const
     {
         return "<" + pri + ">" + version + " " + timestamp + " " + hostname + " " + appname + " " + procid + " " +
-               msgid + " " + structuredData + " " + msg;
+            msgid + " " + structuredData + " " + msg;
     }
 };
 

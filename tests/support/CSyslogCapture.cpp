@@ -61,7 +61,7 @@ void openlog(const char* ident, int option, int facility)
     captured().identity = ident;
 }
 
-void closelog() {}
+void closelog() { }
 
 int setlogmask(int mask)
 {
@@ -97,7 +97,8 @@ std::vector<COpenlogCall> CSyslogCapture::openlogCalls() const { return snapshot
 
 int CSyslogCapture::count(const std::string& text, int priority) const
 {
-    return countWhere([&](const CSyslogMessage& m) { return m.text == text && (priority < 0 || m.priority == priority); });
+    return countWhere(
+        [&](const CSyslogMessage& m) { return m.text == text && (priority < 0 || m.priority == priority); });
 }
 
 int CSyslogCapture::countStarting(const std::string& prefix, int priority) const

@@ -39,59 +39,132 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
     mkdir(dir.file("open").c_str(), 0700);
     chmod(dir.file("open").c_str(), 0777);
     const std::vector<CCase> cases = {
-        {"component mask", "component = net , 0001 1111\n", {}, 0,
+        {"component mask",
+         "component = net , 0001 1111\n",
+         {},
+         0,
          "  line 1: component net = 0x0000001f  EMERG ALERT CRIT ERR WARN\n  0 error(s), 0 warning(s)\n"},
-        {"target parameters", "target = " + FILE_TARGET + ", key1=a=b, key2, key3==third,=key4=fourth\n", {}, 0,
+        {"target parameters",
+         "target = " + FILE_TARGET + ", key1=a=b, key2, key3==third,=key4=fourth\n",
+         {},
+         0,
          "  line 1: target " + FILE_TARGET + "\n    application-name = " + APPLICATION +
              "\n    key3 = third\n    key4 = fourth\n"},
-        {"line without value, strict", "#comment\n\nnovalue\n", {"--strict"}, 1,
+        {"line without value, strict",
+         "#comment\n\nnovalue\n",
+         {"--strict"},
+         1,
          "  line 3: warning: ignored: key \"novalue\" has no value\n"},
-        {"unknown key", "Component = net,1\n", {}, 0,
+        {"unknown key",
+         "Component = net,1\n",
+         {},
+         0,
          "  line 1: warning: ignored: unknown key \"Component\" (the keys are \"component\" and \"target\")\n"},
-        {"component line not name and bits", "component = net, 1, 1\n", {}, 0,
+        {"component line not name and bits",
+         "component = net, 1, 1\n",
+         {},
+         0,
          "  line 1: warning: ignored: a component line is a name and a bit string separated by one comma"},
-        {"characters other than 0 and 1", "component = net, 1x1\n", {}, 0,
+        {"characters other than 0 and 1",
+         "component = net, 1x1\n",
+         {},
+         0,
          "  line 1: warning: bit string \"1x1\" has characters other than 0 and 1: they count as 0\n"},
-        {"more than 32 levels", "component = net, 1" + std::string(32, '0') + "\n", {}, 0,
-         "  line 1: component net = 0x00000000  none\n  line 1: warning: bit string of 33 levels: only the last 32 count\n"},
-        {"component named twice", "component = a, 1\ncomponent = a, 11\n", {}, 0,
+        {"more than 32 levels",
+         "component = net, 1" + std::string(32, '0') + "\n",
+         {},
+         0,
+         "  line 1: component net = 0x00000000  none\n  line 1: warning: bit string of 33 levels: only the last 32 "
+         "count\n"},
+        {"component named twice",
+         "component = a, 1\ncomponent = a, 11\n",
+         {},
+         0,
          "  line 2: warning: component a is also set on line 1: the later line wins\n"},
-        {"library named twice", "target = " + FILE_TARGET + ", path=a\ntarget = " + FILE_TARGET + ", path=b\n", {}, 0,
+        {"library named twice",
+         "target = " + FILE_TARGET + ", path=a\ntarget = " + FILE_TARGET + ", path=b\n",
+         {},
+         0,
          "  line 2: warning: library \"" + FILE_TARGET +
              "\" is loaded once, by line 1: this line's parameters are not used. A loaded target keeps the "
              "parameters it was created with: to change them, remove its line"},
         {"relative library path", "target = libvexlor-file.so\n", {}, 0, "  line 1: warning: relative library path"},
-        {"missing library", "target = /nonexistent/libx.so\n", {}, 0,
+        {"missing library",
+         "target = /nonexistent/libx.so\n",
+         {},
+         0,
          "  line 1: warning: the library does not exist on this machine\n"},
-        {"key over 255 bytes", "a=1\n" + std::string(256, 'k') + "=v\n", {}, 2,
+        {"key over 255 bytes",
+         "a=1\n" + std::string(256, 'k') + "=v\n",
+         {},
+         2,
          "  line 2: error: max. key length exceeded (a key longer than 255 bytes): programs stop reading the file "
          "here; the lines above take effect, no target is unloaded\n"},
-        {"value over 255 bytes", "k=" + std::string(256, 'v') + "\n", {}, 2,
+        {"value over 255 bytes",
+         "k=" + std::string(256, 'v') + "\n",
+         {},
+         2,
          "  line 1: error: max. value length exceeded (a value longer than 255 bytes)"},
         {"no final line feed", "component = a, 1\nk=v", {}, 2, "  line 2: error: non-terminated entry"},
-        {"comment over 1022 bytes", "#" + std::string(1100, 'c') + "\n", {}, 0,
+        {"comment over 1022 bytes",
+         "#" + std::string(1100, 'c') + "\n",
+         {},
+         0,
          "  line 1: warning: a comment longer than 1022 bytes: the reader takes its rest as a line of its own\n"},
-        {"load creates the target", "target = " + FILE_TARGET + ", path=" + out + "\n", {"--load"}, 0,
+        {"load creates the target",
+         "target = " + FILE_TARGET + ", path=" + out + "\n",
+         {"--load"},
+         0,
          "  line 1: creates the target \"file\"\n"},
-        {"load: the target refuses", "target = " + SYSLOG_TARGET + ", facility=kernel\n", {"--load"}, 2,
+        {"load: the target refuses",
+         "target = " + SYSLOG_TARGET + ", facility=kernel\n",
+         {"--load"},
+         2,
          "  line 1: error: the target refuses to be created:\n"
-         "    syslog target \"syslog\": facility=kernel: unknown facility \"kernel\" (user, daemon, local0 to local7)\n"},
-        {"load: no factory", "target = " + testpaths::noFactory() + "\n", {"--load"}, 2,
+         "    syslog target \"syslog\": facility=kernel: unknown facility \"kernel\" (user, daemon, local0 to "
+         "local7)\n"},
+        {"load: no factory",
+         "target = " + testpaths::noFactory() + "\n",
+         {"--load"},
+         2,
          "  line 1: error: \"" + testpaths::noFactory() + "\" is no log target: it has no class factory\n"},
-        {"load: cannot open", "target = /nonexistent/libx.so\n", {"--load"}, 2,
+        {"load: cannot open",
+         "target = /nonexistent/libx.so\n",
+         {"--load"},
+         2,
          "  line 1: error: cannot load \"/nonexistent/libx.so\": /nonexistent/libx.so: cannot open shared object file"},
-        {"load: one name twice", "target = " + testpaths::recorder() + ", name=x\ntarget = " + testpaths::recorderTwin() +
-             ", name=x\n", {"--load"}, 0,
+        {"load: one name twice",
+         "target = " + testpaths::recorder() + ", name=x\ntarget = " + testpaths::recorderTwin() + ", name=x\n",
+         {"--load"},
+         0,
          "  line 2: warning: a target named \"x\" is already loaded by another line: programs refuse this one"},
-        {"world-writable library", "target = " + library + "\n", {"--strict"}, 1,
-         "  line 1: warning: \"" + library + "\" is world-writable: any user could replace the library that every "
-         "program loads\n"},
-        {"world-writable file", "", {}, 0, "is world-writable: any user could make every program load a library of "
-         "their choice\n", "vexlor.cfg", 0666},
-        {"world-writable directory", "", {}, 0,
-         "  warning: it lies in the world-writable directory \"" + dir.file("open") + "\"", "open/vexlor.cfg"},
-        {"empty application file", "", {"--strict"}, 1,
-         "  warning: a per-application file that names no target and no component", "vexlor-player.cfg"},
+        {"world-writable library",
+         "target = " + library + "\n",
+         {"--strict"},
+         1,
+         "  line 1: warning: \"" + library +
+             "\" is world-writable: any user could replace the library that every "
+             "program loads\n"},
+        {"world-writable file",
+         "",
+         {},
+         0,
+         "is world-writable: any user could make every program load a library of "
+         "their choice\n",
+         "vexlor.cfg",
+         0666},
+        {"world-writable directory",
+         "",
+         {},
+         0,
+         "  warning: it lies in the world-writable directory \"" + dir.file("open") + "\"",
+         "open/vexlor.cfg"},
+        {"empty application file",
+         "",
+         {"--strict"},
+         1,
+         "  warning: a per-application file that names no target and no component",
+         "vexlor-player.cfg"},
     };
     for (const CCase& each : cases) {
         std::vector<std::string> argv = each.options;
@@ -114,14 +187,14 @@ TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrorsOrNoFile)
     EXPECT_EQ(2, runCommand({VEXLOR_TEST_VEXLOR_CHECK}).status);
 
     const std::string file = dir.write("vexlor.cfg", "component = a, 1\n");
-    struct stat before {};
+    struct stat before { };
     stat(file.c_str(), &before);
     const std::string good = dir.write("good.cfg", "component = a, 11\n");
     CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, file});
     EXPECT_EQ(0, result.status) << result.out;
     EXPECT_THAT(result.out, HasSubstr("in place: running programs read it again"));
     EXPECT_EQ("component = a, 11\n", readFile(file));
-    struct stat after {};
+    struct stat after { };
     stat(file.c_str(), &after);
     EXPECT_EQ(before.st_ino, after.st_ino);  // a rename would end the programs' watch
 

@@ -113,12 +113,13 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
 
     const CCommandResult shown = ctl({"show", "player"});
     EXPECT_EQ(0, shown.status) << shown.err;
-    EXPECT_EQ("process " + playerPid + ": application \"player\", program \"controlled_app\", 2 components\n"
-              "  syslog priority mask 0xff: EMERG ALERT CRIT ERR WARN NOTICE INFO DEBUG\n"
-              "  net                  0x00000010  WARN\n"
-              "                         level 4 = warnings\n"
-              "                         level 7 = packet dumps\n"
-              "  storage              0x00000008  ERR\n",
+    EXPECT_EQ("process " + playerPid +
+                  ": application \"player\", program \"controlled_app\", 2 components\n"
+                  "  syslog priority mask 0xff: EMERG ALERT CRIT ERR WARN NOTICE INFO DEBUG\n"
+                  "  net                  0x00000010  WARN\n"
+                  "                         level 4 = warnings\n"
+                  "                         level 7 = packet dumps\n"
+                  "  storage              0x00000008  ERR\n",
               shown.out);
 
     const CCommandResult set = ctl({"set", "player", "net", "warn,debug,8"});
@@ -135,7 +136,9 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
 
     // A configuration read that names the component takes the mask back, in every program.
     m_paths.writeDefaultConfig(CONTROL_LINE + "component = net, 1\n");
-    EXPECT_TRUE(waitUntil([&] { return ctl({"show", "player"}).out.find("0x00000001  EMERG\n") != std::string::npos; }));
+    EXPECT_TRUE(waitUntil([&] {
+        return ctl({"show", "player"}).out.find("0x00000001  EMERG\n") != std::string::npos;
+    }));
     EXPECT_THAT(ctl({"show", "recorder"}).out, HasSubstr("net                  0x00000001  EMERG\n"));
     EXPECT_EQ(0, player.finish());
     EXPECT_EQ(0, recorder.finish());
@@ -157,7 +160,8 @@ TEST_F(CVexlorctlTest, ReportsProcessesItCannotAskInOneLine)
         {ctl({"show", "999999999"}), "no process 999999999"},
         {ctl({"show", self}), "process " + self + " is not controllable"},
         {ctl({"set", "nosuchapplication", "net", "1"}), "no controllable process of yours has the application name"},
-        {impostor, "is held by process " + std::to_string(squatter) + " (uid " + std::to_string(geteuid()) + "): not asking it"},
+        {impostor,
+         "is held by process " + std::to_string(squatter) + " (uid " + std::to_string(geteuid()) + "): not asking it"},
         {ended, "process " + std::to_string(dying)},
     };
     for (const auto& [result, message] : cases) {

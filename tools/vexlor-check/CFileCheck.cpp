@@ -62,7 +62,8 @@ std::string explainReadError(const std::string& what)
 }  // namespace
 
 CFileCheck::CFileCheck(const std::string& path, const std::string& installedAs)
-    : m_path(path), m_installedAs(installedAs)
+    : m_path(path)
+    , m_installedAs(installedAs)
 {
 }
 
@@ -101,7 +102,7 @@ void CFileCheck::run()
 // reader will count.
 void CFileCheck::checkFile()
 {
-    struct stat status {};
+    struct stat status { };
     if (stat(m_path.c_str(), &status) != 0) {
         add(CFinding::error, 0, std::string("cannot be read: ") + std::strerror(errno));
         return;
@@ -203,7 +204,8 @@ int CFileCheck::updateComponentLevel(const std::string& name, const std::string&
     const auto seen = m_components.emplace(name, m_line);
     if (!seen.second) {
         add(CFinding::warning, m_line,
-            "component " + name + " is also set on line " + std::to_string(seen.first->second) + ": the later line wins");
+            "component " + name + " is also set on line " + std::to_string(seen.first->second) +
+                ": the later line wins");
         seen.first->second = m_line;
     }
     return 0;
@@ -249,7 +251,7 @@ void CFileCheck::checkLibrary(int line, const std::string& path)
             "program's environment (give an absolute path)");
         return;
     }
-    struct stat status {};
+    struct stat status { };
     if (stat(path.c_str(), &status) != 0) {
         add(CFinding::warning, line, "the library does not exist on this machine");
         return;

@@ -44,8 +44,8 @@ private:
     void checkLibrary(int line, const std::string& path);
 
     // What the library's dispatch calls.
-    void lock() override {}
-    void unlock() override {}
+    void lock() override { }
+    void unlock() override { }
     int onTargetLine(const std::string& key, const std::string& value) override;
     bool sweepTargets() override { return false; }
     int updateComponentLevel(const std::string& name, const std::string& bits) override;
@@ -55,10 +55,10 @@ private:
     CConfigRead m_read{*this, this};
     std::vector<int> m_entryLines;  // the line number of each entry the reader hands over
     std::size_t m_nextEntry = 0;
-    int m_line = 0;          // of the entry being dispatched
+    int m_line = 0;  // of the entry being dispatched
     bool m_handled = false;  // the dispatch reached a component or target line
     std::map<std::string, int> m_components;  // name -> line
-    std::map<std::string, int> m_libraries;   // path -> line
+    std::map<std::string, int> m_libraries;  // path -> line
     std::vector<CFinding> m_findings;
     std::vector<CTargetLine> m_targets;
 };

@@ -7,7 +7,7 @@ namespace {
 
 bool writableByAll(const std::string& path)
 {
-    struct stat status {};
+    struct stat status { };
     return stat(path.c_str(), &status) == 0 && (status.st_mode & S_IWOTH) != 0;
 }
 

@@ -32,17 +32,11 @@ std::vector<CLogged> takeLogged()
 
 extern "C" {
 
-void openlog(const char*, int, int) {}
-void closelog() {}
-int setlogmask(int mask)
-{
-    return mask != 0 ? mask : LOG_UPTO(LOG_DEBUG);
-}
+void openlog(const char*, int, int) { }
+void closelog() { }
+int setlogmask(int mask) { return mask != 0 ? mask : LOG_UPTO(LOG_DEBUG); }
 
-void vsyslog(int priority, const char* format, va_list args)
-{
-    record(priority, format, args);
-}
+void vsyslog(int priority, const char* format, va_list args) { record(priority, format, args); }
 
 void syslog(int priority, const char* format, ...)
 {
@@ -52,10 +46,7 @@ void syslog(int priority, const char* format, ...)
     va_end(args);
 }
 
-void __vsyslog_chk(int priority, int, const char* format, va_list args)
-{
-    record(priority, format, args);
-}
+void __vsyslog_chk(int priority, int, const char* format, va_list args) { record(priority, format, args); }
 
 void __syslog_chk(int priority, int, const char* format, ...)
 {

@@ -42,7 +42,8 @@ std::string createAndHandBack(CFileCheck& check, const CTargetLine& line)
     dlopen("libvexlor.so.1", RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     IClassFactory* factory = module.getClassFactory();
     if (factory == nullptr) {
-        check.add(CFinding::error, line.line, "\"" + line.path + "\" is no log target: it has no class factory" + reported());
+        check.add(CFinding::error, line.line,
+                  "\"" + line.path + "\" is no log target: it has no class factory" + reported());
         return std::string();
     }
     CLogTargetParameters parameters;
@@ -85,8 +86,9 @@ void loadTargets(CFileCheck& check)
         }
         if (!names.insert(name).second) {
             check.add(CFinding::warning, line.line,
-                      "a target named \"" + name + "\" is already loaded by another line: programs refuse this one "
-                      "(give it another name=)");
+                      "a target named \"" + name +
+                          "\" is already loaded by another line: programs refuse this one "
+                          "(give it another name=)");
         } else {
             check.add(CFinding::note, line.line, "creates the target \"" + name + "\"");
         }

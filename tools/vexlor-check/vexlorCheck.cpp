@@ -22,14 +22,13 @@ namespace {
 constexpr int EXIT_WARNINGS = 1;
 constexpr int EXIT_ERRORS = 2;
 
-const char* const USAGE =
-    "usage: vexlor-check [--load] [--strict] FILE...\n"
-    "       vexlor-check [--load] [--strict] --install NEW FILE\n"
-    "Reads each FILE as the library does and prints what programs would make of it.\n"
-    "  --load     also create each target through its library's factory, and hand it back\n"
-    "  --strict   exit with status 1 when there are warnings\n"
-    "  --install  check NEW, then write it over FILE in place (running programs read it again)\n"
-    "Exit status: 0 no problems, 1 warnings with --strict, 2 errors.\n";
+const char* const USAGE = "usage: vexlor-check [--load] [--strict] FILE...\n"
+                          "       vexlor-check [--load] [--strict] --install NEW FILE\n"
+                          "Reads each FILE as the library does and prints what programs would make of it.\n"
+                          "  --load     also create each target through its library's factory, and hand it back\n"
+                          "  --strict   exit with status 1 when there are warnings\n"
+                          "  --install  check NEW, then write it over FILE in place (running programs read it again)\n"
+                          "Exit status: 0 no problems, 1 warnings with --strict, 2 errors.\n";
 
 const char* const IN_PLACE =
     "Edit in place so that running programs read the file again (cat new > file, cp new file, vexlor-check "
@@ -48,9 +47,9 @@ void print(const std::string& name, const CFileCheck& check)
                      [](const CFinding& a, const CFinding& b) { return a.line < b.line; });
     std::printf("%s:\n", name.c_str());
     for (const CFinding& finding : findings) {
-        const char* severity = finding.severity == CFinding::error     ? "error: "
-                               : finding.severity == CFinding::warning ? "warning: "
-                                                                       : "";
+        const char* severity = finding.severity == CFinding::error ? "error: "
+            : finding.severity == CFinding::warning                ? "warning: "
+                                                                   : "";
         if (finding.line != 0) {
             std::printf("  line %d: %s%s\n", finding.line, severity, finding.text.c_str());
         } else {

@@ -49,10 +49,10 @@ vexlor_level* levelNamed(const char* name)
         const char* name;
         vexlor_level* level;
     };
-    const CNamed levels[] = {{"emerg", VX_EMERG},     {"alert", VX_ALERT},   {"crit", VX_CRIT},
-                             {"err", VX_ERR},         {"error", VX_ERROR},   {"warning", VX_WARNING},
-                             {"warn", VX_WARN},       {"notice", VX_NOTICE}, {"info", VX_INFO},
-                             {"debug", VX_DEBUG},     {"enterleave", VX_ENTERLEAVE}};
+    const CNamed levels[] = {{"emerg", VX_EMERG}, {"alert", VX_ALERT},          {"crit", VX_CRIT},
+                             {"err", VX_ERR},     {"error", VX_ERROR},          {"warning", VX_WARNING},
+                             {"warn", VX_WARN},   {"notice", VX_NOTICE},        {"info", VX_INFO},
+                             {"debug", VX_DEBUG}, {"enterleave", VX_ENTERLEAVE}};
     for (const CNamed& entry : levels) {
         if (std::strcmp(entry.name, name) == 0) {
             return entry.level;

@@ -18,7 +18,10 @@ constexpr time_t REPLY_TIMEOUT_S = 5;
 
 class CSocket {
 public:
-    CSocket() : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    CSocket()
+        : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+    }
     ~CSocket()
     {
         if (m_fd >= 0) {
@@ -41,10 +44,7 @@ CControlReply failure(CControlReply::EStatus status, const std::string& text)
     return reply;
 }
 
-std::string processText(int pid)
-{
-    return "process " + std::to_string(pid);
-}
+std::string processText(int pid) { return "process " + std::to_string(pid); }
 
 CControlReply connectFailed(int pid, int error)
 {
@@ -55,8 +55,7 @@ CControlReply connectFailed(int pid, int error)
         return failure(CControlReply::notControllable,
                        processText(pid) + " is not controllable (its configuration loads no control target)");
     }
-    return failure(CControlReply::notControllable,
-                   "cannot reach " + processText(pid) + ": " + std::strerror(error));
+    return failure(CControlReply::notControllable, "cannot reach " + processText(pid) + ": " + std::strerror(error));
 }
 
 // The answer's lines up to "ok" or "error"; false when the connection ended first.

@@ -6,13 +6,13 @@
 
 struct CControlReply {
     enum EStatus {
-        ok,              // `lines` holds the answer
-        error,           // the program refused or failed; `text` says why
-        gone,            // no such process, or it ended while answering
+        ok,  // `lines` holds the answer
+        error,  // the program refused or failed; `text` says why
+        gone,  // no such process, or it ended while answering
         notControllable  // the process runs but serves no control socket, or does not answer
     };
     EStatus status = error;
-    std::string text;                             // one line for stderr when not ok
+    std::string text;  // one line for stderr when not ok
     std::vector<std::vector<std::string>> lines;  // the answer's lines, split into fields
 };
 

@@ -28,7 +28,8 @@ std::vector<int> controllablePids()
         std::istringstream fields(line);
         std::string num, refCount, protocol, flags, type, state, inode, path;
         if (!(fields >> num >> refCount >> protocol >> flags >> type >> state >> inode >> path) ||
-            (std::strtoul(flags.c_str(), nullptr, 16) & ACCEPTING) == 0 || path.compare(0, prefix.size(), prefix) != 0) {
+            (std::strtoul(flags.c_str(), nullptr, 16) & ACCEPTING) == 0 ||
+            path.compare(0, prefix.size(), prefix) != 0) {
             continue;
         }
         const std::string digits = path.substr(prefix.size());

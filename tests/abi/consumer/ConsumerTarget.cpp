@@ -9,7 +9,8 @@ class CConsumerTarget final : public CLogTargetBase {
 public:
     // The factory's cast to the parameters relies on the type information the library shares.
     explicit CConsumerTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "consumer-file"), m_path(targetParameter(parameters, "file"))
+        : CLogTargetBase(parameters, "consumer-file")
+        , m_path(targetParameter(parameters, "file"))
     {
     }
 

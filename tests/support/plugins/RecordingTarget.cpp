@@ -31,8 +31,21 @@ public:
         if (m_quiet) {
             return;
         }
-        record({m_name, "log", "", {}, nullptr, 0, pid, depth, seconds, microseconds, level, threadName,
-                componentName, functionName, message});
+        record({m_name,
+                "log",
+                "",
+                {},
+                nullptr,
+                0,
+                pid,
+                depth,
+                seconds,
+                microseconds,
+                level,
+                threadName,
+                componentName,
+                functionName,
+                message});
         // Only outer records are echoed, so the nesting ends after one level.
         if (m_nested != nullptr && message.compare(0, 7, "nested:") != 0) {
             vexlor(m_nested, VX_INFO, "nested:%s", message.c_str());
@@ -63,12 +76,12 @@ private:
     std::string m_name;
     int m_syslog;
     vexlor_component* m_nested;  // null unless nested=1
-    std::string m_rename;        // emptied once used
+    std::string m_rename;  // emptied once used
     bool m_quiet;
 };
 
 // Made when the parameters ask for an object that is not a log target.
-class CNotATarget final : public IDynamicObject {};
+class CNotATarget final : public IDynamicObject { };
 
 class CFactory final : public IClassFactory {
 public:
