@@ -5,6 +5,7 @@
 #include <fcntl.h>
 
 #include "base/retryOnEintr.h"
+#include "base/startThread.h"
 
 CPipeThread::CPipeThread() { vx::registerForkChild(this); }
 
@@ -24,9 +25,9 @@ int CPipeThread::openPipe(bool nonBlockingWrite)
     return 0;
 }
 
-int CPipeThread::start()
+int CPipeThread::start(const char* name)
 {
-    const int rc = pthread_create(&m_thread, nullptr, &CPipeThread::threadMain, this);
+    const int rc = vx::startThread(m_thread, name, &CPipeThread::threadMain, this);
     m_running = rc == 0;
     return rc;
 }

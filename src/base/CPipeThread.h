@@ -27,8 +27,8 @@ protected:
 
     // 0, or -1 with errno set. A non-blocking write end never blocks a signal handler.
     int openPipe(bool nonBlockingWrite);
-    // Starts run() on a new thread: 0, or the error number.
-    int start();
+    // Starts run() on a new thread named `name` (vx::startThread): 0, or the error number.
+    int start(const char* name);
     // Ends the thread and closes the pipe. The caller has sent run() its stop message; when it
     // could not, closing the write end makes the thread's next read come up short, which must end
     // it too. Then joins.

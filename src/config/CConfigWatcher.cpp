@@ -55,7 +55,7 @@ int CConfigWatcher::registerEvents()
 
 void CConfigWatcher::startWorker()
 {
-    const int rc = start();
+    const int rc = start("vexlor-config");
     if (rc != 0) {
         vx::diag(LOG_ERR, "logtarget-container: unable to create worker thread: exception caught: %s - errno=%s",
                  std::system_error(rc, std::generic_category()).what(), vx::errnoText(errno));

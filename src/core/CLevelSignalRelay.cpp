@@ -41,7 +41,7 @@ void CLevelSignalRelay::begin()
         vx::diag(LOG_ERR, "unable to create the SIGUSR1 pipe - errno=%s", vx::errnoText(errno));
         return;
     }
-    const int rc = start();
+    const int rc = start("vexlor-signal");
     if (rc != 0) {
         vx::diag(LOG_ERR, "unable to start the SIGUSR1 thread - errno=%s", vx::errnoText(rc));
         return;

@@ -18,6 +18,7 @@
 #include "CControlState.h"
 #include "controlProtocol.h"
 #include "controlSession.h"
+#include "startThread.h"
 
 namespace {
 
@@ -154,13 +155,7 @@ CControlServer::CControlServer()
             throw std::runtime_error(std::string("control target: unable to create an eventfd - ") +
                                      std::strerror(errno));
         }
-        // The thread takes no signal meant for the application (SIGUSR1 and the like).
-        sigset_t all;
-        sigset_t previous;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &previous);
-        const int rc = pthread_create(&m_thread, nullptr, threadMain, m_state);
-        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        const int rc = startThread(m_thread, "vexlor-control", threadMain, m_state);
         if (rc != 0) {
             throw std::runtime_error(std::string("control target: unable to start its thread - ") + std::strerror(rc));
         }
@@ -172,7 +167,6 @@ CControlServer::CControlServer()
         m_state->release();
         throw;
     }
-    pthread_setname_np(m_thread, "vexlor-control");
     registerForkHandler();
     liveServer.store(m_state);
 }

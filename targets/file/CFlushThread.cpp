@@ -11,6 +11,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "startThread.h"
+
 namespace {
 
 long long nowMs()
@@ -35,8 +37,17 @@ CFlushThread::CFlushThread(int watchFd, std::function<void()> onPathEvent, std::
     , m_wakeFd(makeEventFd())
     , m_onPathEvent(std::move(onPathEvent))
     , m_onDue(std::move(onDue))
-    , m_thread(&CFlushThread::run, this)
 {
+    if (startThread(m_thread, "vexlor-file", &CFlushThread::threadMain, this) != 0) {
+        ::close(m_wakeFd);
+        throw std::runtime_error("cannot start the file target's thread");
+    }
+}
+
+void* CFlushThread::threadMain(void* self)
+{
+    static_cast<CFlushThread*>(self)->run();
+    return nullptr;
 }
 
 CFlushThread::~CFlushThread()
@@ -46,7 +57,7 @@ CFlushThread::~CFlushThread()
         m_stop = true;
     }
     wake();
-    m_thread.join();
+    pthread_join(m_thread, nullptr);
     ::close(m_wakeFd);
 }
 
@@ -72,7 +83,6 @@ void CFlushThread::wake()
 
 void CFlushThread::run()
 {
-    pthread_setname_np(pthread_self(), "vexlor-file");  // for operators' ps and top
     for (;;) {
         int timeout = -1;
         {

@@ -5,7 +5,7 @@
 
 #include <functional>
 #include <mutex>
-#include <thread>
+#include <pthread.h>
 
 class CFlushThread {
 public:
@@ -20,6 +20,7 @@ public:
     void dueIn(long long milliseconds);
 
 private:
+    static void* threadMain(void* self);
     void run();
     void wake();
 
@@ -30,5 +31,5 @@ private:
     std::mutex m_mutex;
     long long m_dueMs = -1;  // guarded by m_mutex; steady clock, -1: nothing due
     bool m_stop = false;  // guarded by m_mutex
-    std::thread m_thread;  // last: runs on everything above
+    pthread_t m_thread{};
 };

@@ -9,6 +9,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "startThread.h"
+
 namespace {
 
 using Clock = CWaiter::Clock;
@@ -75,15 +77,7 @@ void CSender::submit(int pid, int depth, long long seconds, int microseconds, in
 void CSender::startThread()
 {
     // The application's signals are for its own threads; SIGPIPE never reaches ours either way.
-    sigset_t all;
-    sigset_t previous;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous);
-    m_threadRunning = pthread_create(&m_thread, nullptr, &CSender::threadMain, this) == 0;
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    if (m_threadRunning) {
-        pthread_setname_np(m_thread, "vexlor-remote");  // for top -H and the like
-    }
+    m_threadRunning = ::startThread(m_thread, "vexlor-remote", &CSender::threadMain, this) == 0;
 }
 
 void CSender::leaveParentsStateAlone()

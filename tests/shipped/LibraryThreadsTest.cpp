@@ -1,0 +1,66 @@
+// Every thread that the library or a shipped target starts carries a name and blocks every
+// signal: a handler that the application installs for a process-directed signal never runs there.
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <set>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "CTargetFixture.h"
+
+namespace {
+
+std::atomic<long> handlerThread{0};
+
+void recordThread(int) { handlerThread = syscall(SYS_gettid); }
+
+std::set<std::string> threadNames()
+{
+    std::set<std::string> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name = readFile(task.path() / "comm");
+        names.insert(name.substr(0, name.find('\n')));
+    }
+    return names;
+}
+
+TEST(LibraryThreadsTest, AreNamedAndNeverRunTheApplicationsSignalHandlers)
+{
+    CTempDir dir;
+    dir.write("vexlor.cfg",
+              "target = " VEXLOR_TEST_TARGET_FILE ", path=" + dir.path() +
+                  "/a.log, buffer=4K\n"
+                  "target = " VEXLOR_TEST_TARGET_REMOTE ", transport=udp, host=127.0.0.1, port=9\n"
+                  "target = " VEXLOR_TEST_TARGET_CONTROL "\n");
+    CLogTargetContainer container(dir.path(), true, nullptr);  // reads the file, starts the watcher
+    container.log(42, 0, SECONDS, 7, VX_ERR, "main", "net", "", "a record for every target");
+    if (std::getenv("VEXLOR_TEST_EMULATOR") == nullptr) {
+        const std::set<std::string> names = threadNames();
+        for (const char* name : {"vexlor-config", "vexlor-file", "vexlor-remote", "vexlor-control"}) {
+            EXPECT_EQ(names.count(name), 1u) << name;
+        }
+    }
+
+    // The test's own thread blocks the signal: any thread that left it unblocked would take it.
+    struct sigaction action { };
+    action.sa_handler = recordThread;
+    sigaction(SIGUSR2, &action, nullptr);
+    sigset_t usr2;
+    sigemptyset(&usr2);
+    sigaddset(&usr2, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &usr2, nullptr);
+    for (int i = 0; i < 20; ++i) {
+        kill(getpid(), SIGUSR2);
+        usleep(1000);
+        EXPECT_EQ(handlerThread.load(), 0) << "ran on thread " << handlerThread.load();
+    }
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGUSR2), 1);
+    pthread_sigmask(SIG_UNBLOCK, &usr2, nullptr);  // now it runs here
+    EXPECT_EQ(handlerThread.load(), syscall(SYS_gettid));
+    signal(SIGUSR2, SIG_DFL);
+}
+
+}  // namespace
