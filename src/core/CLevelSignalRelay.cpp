@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "base/diag.h"
-#include "core/LegacyLevel.h"
+#include "core/legacyLevel.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include "base/diag.h"
 #include "base/processId.h"
 #include "core/CInstanceSlot.h"
-#include "core/LegacyLevel.h"
+#include "core/legacyLevel.h"
 #include "core/dumpLine.h"
 #include "core/printfFormat.h"
-#include "levels/LevelDescriptionParser.h"
+#include "levels/levelDescriptionParser.h"
 #include "levels/componentLevel.h"
 
 namespace {

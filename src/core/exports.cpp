@@ -6,7 +6,7 @@
 
 #include "core/CVexlor.h"
 #include "base/diag.h"
-#include "levels/LevelStore.h"
+#include "levels/levelStore.h"
 #include "levels/componentLevel.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <syslog.h>
 
 #include "base/diag.h"
-#include "levels/LevelDescriptionParser.h"
+#include "levels/levelDescriptionParser.h"
 #include "levels/componentLevel.h"
 
 using CRegistryLock = CScopedLock<CComponentRegistry>;

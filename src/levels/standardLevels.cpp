@@ -1,5 +1,5 @@
 // The standard level objects, built while the library loads. They live until it is unloaded.
-#include "levels/LevelStore.h"
+#include "levels/levelStore.h"
 
 vexlor_level* VX_EMERG = vx::createLevel(0);
 vexlor_level* VX_ALERT = vx::createLevel(1);

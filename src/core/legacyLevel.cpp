@@ -1,5 +1,5 @@
 // Legacy level file: lookup of the program's entry, the syslog mask, the start-up message.
-#include "core/LegacyLevel.h"
+#include "core/legacyLevel.h"
 
 #include <cerrno>
 #include <cstdio>

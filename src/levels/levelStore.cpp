@@ -1,5 +1,5 @@
 // The level store: a list that owns every level record, guarded for appends by a plain mutex.
-#include "levels/LevelStore.h"
+#include "levels/levelStore.h"
 
 #include <list>
 #include <pthread.h>

@@ -1,5 +1,5 @@
 // Level description parser: items at ",", fields at "=", empty ones dropped.
-#include "levels/LevelDescriptionParser.h"
+#include "levels/levelDescriptionParser.h"
 
 #include <boost/tokenizer.hpp>
 #include <vector>
