@@ -1,4 +1,4 @@
-// The container frame and its members, most of them forwarders to the class that does the work.
+// The container frame: construction, fan-out, the application name and the configuration read.
 #include "container/CLogTargetContainer.h"
 
 #include <syslog.h>
@@ -44,7 +44,7 @@ CLogTargetContainer::~CLogTargetContainer()
 void CLogTargetContainer::startWatcher()
 {
     onCfgUpdate();
-    if (init_fds() != 0 || init_epoll_evts() != 0) {
+    if (m_watcher.openDescriptors(CConfigRead::defaultFile(m_cfgDirectory)) != 0 || m_watcher.registerEvents() != 0) {
         vx::diag(LOG_ERR,
                  "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
         return;
@@ -94,7 +94,7 @@ void CLogTargetContainer::setAppname(const std::string& name)
         m_targets.forEach([this](ILogTarget& target) { target.setAppname(m_appname); });
     }
     // Sent after the lock is released: the worker never waits for it here.
-    if (threadNotfiyAppname() != 0) {
+    if (m_watcher.notify(CConfigWatcher::APPNAME) != 0) {
         vx::diag(LOG_ERR, "logtarget-container: unable to notify thread about a changed appname");
     }
 }
@@ -122,31 +122,9 @@ void CLogTargetContainer::readNow()
     } while (m_readPending);
 }
 
-std::string CLogTargetContainer::getDefaultCfgFilename() const { return CConfigRead::defaultFile(m_cfgDirectory); }
-
-std::string CLogTargetContainer::getAppCfgFilename() const { return CConfigRead::appFile(m_cfgDirectory, m_appname); }
-
-int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* user)
+int CLogTargetContainer::CLink::onTargetLine(const std::string& /*key*/, const std::string& value)
 {
-    if (key == nullptr || value == nullptr || user == nullptr) {
-        return 1;
-    }
-    return static_cast<CLogTargetContainer*>(user)->OnCallbackCfRead(key, value);
-}
-
-int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::string& value)
-{
-    return m_configRead.dispatch(key, value);
-}
-
-int CLogTargetContainer::onCfgParamComponent(const std::string& /*key*/, const std::string& value)
-{
-    return m_configRead.applyComponentLine(value);
-}
-
-int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std::string& value)
-{
-    m_targets.applyTargetLine(value, m_appname);
+    m_container.m_targets.applyTargetLine(value, m_container.m_appname);
     return 0;
 }
 
@@ -154,46 +132,5 @@ std::string CLogTargetContainer::CLink::appConfigFile()
 {
     // setAppname writes the name under the lock on another thread.
     CContainerLock guard(m_container);
-    return m_container.getAppCfgFilename();
+    return CConfigRead::appFile(m_container.m_cfgDirectory, m_container.m_appname);
 }
-
-void CLogTargetContainer::onAppnameChanged() { m_watcher.moveWatch(); }
-
-int CLogTargetContainer::notifyThread(thread_notification notification)
-{
-    return m_watcher.notify(static_cast<CConfigWatcher::Message>(notification));
-}
-
-int CLogTargetContainer::threadNotifyTerminate() { return notifyThread(notify_terminate); }
-
-int CLogTargetContainer::threadNotfiyAppname() { return notifyThread(notify_appname); }
-
-void* CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container)
-{
-    if (container != nullptr) {
-        container->threadStartup();
-    }
-    return nullptr;
-}
-
-void CLogTargetContainer::threadStartup() { threadEventLoop(); }
-
-void* CLogTargetContainer::threadEventLoop()
-{
-    m_watcher.eventLoop();
-    return nullptr;
-}
-
-int CLogTargetContainer::init_fds() { return m_watcher.openDescriptors(getDefaultCfgFilename()); }
-
-int CLogTargetContainer::init_epoll_evts() { return m_watcher.registerEvents(); }
-
-void CLogTargetContainer::close_fd(int& fd)
-{
-    if (fd != -1) {
-        close(fd);  // never retried: the descriptor is released even on EINTR
-        fd = -1;
-    }
-}
-
-void CLogTargetContainer::close_wd(int& wd) { m_watcher.removeWatch(wd); }

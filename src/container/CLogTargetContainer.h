@@ -1,6 +1,7 @@
-// The target container: everything between the logging core and the log targets. Its members
-// are the binary interface; the work is done by the classes it forwards to: the target registry
-// (here), the configuration read and the watcher (src/config).
+// The target container: everything between the logging core and the log targets. The work is done
+// by the classes it forwards to: the target registry (here), the configuration read and the watcher
+// (src/config). Its exported members are the binary interface; those that nothing in the library
+// calls any more are grouped at the end and defined in CLogTargetContainerCompat.cpp.
 #pragma once
 
 #include <string>
@@ -41,16 +42,18 @@ public:
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message);
 
-    // The configuration read (CConfigRead) and the target registry (CTargetRegistry).
+    // Reads the configuration now (or, from inside a call into a target, once that call has ended).
     void onCfgUpdate();
+
+    // ---- Kept for the binary interface only ------------------------------------------------------
+    // Exported members that plug-ins or programs built against earlier releases may still call; the
+    // library itself never does. Each forwards to the class that does the work.
     std::string getDefaultCfgFilename() const;
     std::string getAppCfgFilename() const;
     static int Callback_Cfread(const char* key, const char* value, void* user);
     int OnCallbackCfRead(const std::string& key, const std::string& value);
     int onCfgParamComponent(const std::string& key, const std::string& value);
     int onCfgParamTarget(const std::string& key, const std::string& value);
-
-    // The watcher (CConfigWatcher).
     void onAppnameChanged();
     int notifyThread(thread_notification notification);
     int threadNotifyTerminate();
@@ -73,10 +76,7 @@ private:
         }
         void lock() override { m_container.lock(); }
         void unlock() override { m_container.unlock(); }
-        int onTargetLine(const std::string& key, const std::string& value) override
-        {
-            return m_container.onCfgParamTarget(key, value);
-        }
+        int onTargetLine(const std::string& key, const std::string& value) override;
         bool sweepTargets() override { return m_container.m_targets.sweep(); }
         void onConfigChanged() override { m_container.onCfgUpdate(); }
         std::string appConfigFile() override;
