@@ -11,6 +11,7 @@
 #include <vexlor/cfread.h>
 
 #include "base/diag.h"
+#include "config/readFindings.h"
 
 namespace {
 
@@ -87,6 +88,7 @@ int CConfigRead::dispatch(const std::string& key, const std::string& value)
         return applyComponentLine(trimmedValue);
     }
     vx::diag(LOG_DEBUG, "ignoring unknown config token \"%s\"", trimmedKey.c_str());
+    vx::reportRead(vx::EReadFinding::UNKNOWN_KEY, 0, trimmedKey);
     return 0;
 }
 

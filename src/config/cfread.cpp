@@ -10,11 +10,12 @@
 
 #include "base/diag.h"
 #include "base/strtol32.h"
+#include "config/readFindings.h"
 
 namespace {
 
-constexpr int LINE_BUFFER_SIZE = 1024;
-constexpr size_t MAX_TEXT_LENGTH = 255;  // of a key and of a value
+constexpr int LINE_BUFFER_SIZE = vx::READER_LINE_BUFFER;
+constexpr size_t MAX_TEXT_LENGTH = vx::READER_MAX_TEXT;  // of a key and of a value
 constexpr int SLOT_GROWTH = 64;
 
 // A key or value being collected; the reader's fixed per-call buffers.
@@ -81,6 +82,7 @@ int storeEntry(cfread_handle* handle, CText& key, CText& value, int lineNumber)
     if (handle->callback == nullptr) {
         if (!empty && cfread_set_entry(handle, key.terminated(), value.terminated()) == nullptr) {
             vx::diag(LOG_ERR, "cfread: unable to add entry in %s at line %d", handle->filename, lineNumber);
+            vx::reportRead(vx::EReadFinding::NOT_READ, lineNumber, "unable to add the entry");
             return -1;
         }
         return 0;
@@ -107,12 +109,15 @@ int readLines(cfread_handle* handle, FILE* file)
         switch (scanLine(line, key, value)) {
         case LineResult::KEY_TOO_LONG:
             vx::diag(LOG_ERR, "cfread: max. key length exceeded in %s at line %d", handle->filename, lineNumber);
+            vx::reportRead(vx::EReadFinding::KEY_TOO_LONG, lineNumber);
             return -1;
         case LineResult::VALUE_TOO_LONG:
             vx::diag(LOG_ERR, "cfread: max. value length exceeded in %s at line %d", handle->filename, lineNumber);
+            vx::reportRead(vx::EReadFinding::VALUE_TOO_LONG, lineNumber);
             return -1;
         case LineResult::NOT_TERMINATED:
             vx::diag(LOG_ERR, "cfread: non-terminated entry in %s at line %d", handle->filename, lineNumber);
+            vx::reportRead(vx::EReadFinding::NOT_TERMINATED, lineNumber);
             return -1;
         case LineResult::ENTRY: break;
         }
@@ -133,6 +138,7 @@ int readFile(cfread_handle* handle, const char* fileName)
     FILE* file = fopen(fileName, "r");
     if (file == nullptr) {
         vx::diag(LOG_ERR, "cfread: unable to open %s", fileName);
+        vx::reportRead(vx::EReadFinding::NOT_READ, 0, "unable to open it");
         return -1;
     }
     const int rc = readLines(handle, file);

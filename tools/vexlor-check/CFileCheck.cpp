@@ -1,7 +1,7 @@
 // The check of one file: the library's reader (cfread) hands every line, blank ones included,
 // to CConfigRead::dispatch, the library's own key dispatch and component grammar, which calls
-// back here for component and target lines; what the library only tells syslog (the reader's
-// errors, unknown keys) comes back through syslogCapture.
+// back here for component and target lines; what the reader found (its errors, unknown keys)
+// comes back as kinds and line numbers through config/readFindings.h.
 #include "CFileCheck.h"
 
 #include <cerrno>
@@ -9,7 +9,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <sys/stat.h>
 #include <vexlor/cfread.h>
 #include <vexlor/vexlor_target.h>
@@ -17,12 +16,12 @@
 #include "fileSafety.h"
 #include "levelText.h"
 #include "levels/CComponentRegistry.h"
-#include "syslogCapture.h"
+#include "config/readFindings.h"
 #include "container/targetLine.h"
 
 namespace {
 
-constexpr std::size_t READ_BUFFER = 1023;  // the reader's line buffer without its NUL
+constexpr std::size_t READ_BUFFER = vx::READER_LINE_BUFFER - 1;  // the reader's line buffer without its NUL
 constexpr std::size_t MASK_BITS = 32;
 
 std::string baseName(const std::string& path)
@@ -44,19 +43,18 @@ std::string hex(unsigned int mask)
     return text;
 }
 
-// The reader's own words for why it stopped, and what they mean for an operator.
-std::string explainReadError(const std::string& what)
+// Why the reader stopped, in an operator's words.
+std::string explainStop(vx::EReadFinding kind)
 {
-    if (what == "max. key length exceeded") {
-        return what + " (a key longer than 255 bytes)";
+    const std::string limit = std::to_string(vx::READER_MAX_TEXT);
+    switch (kind) {
+    case vx::EReadFinding::KEY_TOO_LONG: return "max. key length exceeded (a key longer than " + limit + " bytes)";
+    case vx::EReadFinding::VALUE_TOO_LONG:
+        return "max. value length exceeded (a value longer than " + limit + " bytes)";
+    default:
+        return "non-terminated entry (no line feed at the end of the file, a line longer than " +
+            std::to_string(READ_BUFFER - 1) + " bytes, or a NUL byte)";
     }
-    if (what == "max. value length exceeded") {
-        return what + " (a value longer than 255 bytes)";
-    }
-    if (what == "non-terminated entry") {
-        return what + " (no line feed at the end of the file, a line longer than 1022 bytes, or a NUL byte)";
-    }
-    return what;
 }
 
 }  // namespace
@@ -87,11 +85,10 @@ void CFileCheck::run()
     if (count(CFinding::error) != 0) {
         return;
     }
-    takeLogged();
+    vx::IReadFindings* const before = vx::observeReads(this);
     const int rc = cfread_parse_with_callback(m_path.c_str(), &CFileCheck::onEntry, this, 1);
-    if (rc != 0) {
-        reportReadFailure();
-    } else if (isApplicationFile(m_installedAs) && m_components.empty() && m_libraries.empty()) {
+    vx::observeReads(before);
+    if (rc == 0 && isApplicationFile(m_installedAs) && m_components.empty() && m_libraries.empty()) {
         add(CFinding::warning, 0,
             "a per-application file that names no target and no component: the application reads it instead of "
             "vexlor.cfg, so it loads no target and sets no level");
@@ -136,18 +133,16 @@ void CFileCheck::checkFile()
     }
 }
 
-void CFileCheck::reportReadFailure()
+void CFileCheck::found(vx::EReadFinding kind, int line, const std::string& detail)
 {
-    static const std::regex located("^cfread: (.*) in .* at line ([0-9]+)$");
-    for (const CLogged& logged : takeLogged()) {
-        std::smatch match;
-        if (std::regex_match(logged.text, match, located)) {
-            add(CFinding::error, std::stoi(match[2].str()),
-                explainReadError(match[1].str()) +
-                    ": programs stop reading the file here; the lines above take effect, no target is unloaded");
-        } else if (logged.text.compare(0, 8, "cfread: ") == 0) {
-            add(CFinding::error, 0, logged.text.substr(8));
-        }
+    switch (kind) {
+    case vx::EReadFinding::UNKNOWN_KEY: m_unknownKey = detail; break;
+    case vx::EReadFinding::NOT_READ: add(CFinding::error, line, "cannot be read: " + detail); break;
+    default:
+        add(CFinding::error, line,
+            explainStop(kind) +
+                ": programs stop reading the file here; the lines above take effect, no target is unloaded");
+        break;
     }
 }
 
@@ -169,20 +164,16 @@ void CFileCheck::entry(const std::string& key, const std::string& value)
             key.empty() ? "ignored: no key before \"=\"" : "ignored: key \"" + key + "\" has no value");
         return;
     }
-    takeLogged();
     m_handled = false;
+    m_unknownKey.clear();
     m_read.dispatch(key, value);
     if (m_handled) {
         return;
     }
-    static const std::regex unknown("^ignoring unknown config token \"(.*)\"$");
-    for (const CLogged& logged : takeLogged()) {
-        std::smatch match;
-        if (std::regex_match(logged.text, match, unknown)) {
-            add(CFinding::warning, m_line,
-                "ignored: unknown key \"" + match[1].str() + "\" (the keys are \"component\" and \"target\")");
-            return;
-        }
+    if (!m_unknownKey.empty()) {
+        add(CFinding::warning, m_line,
+            "ignored: unknown key \"" + m_unknownKey + "\" (the keys are \"component\" and \"target\")");
+        return;
     }
     add(CFinding::warning, m_line,
         "ignored: a component line is a name and a bit string separated by one comma: \"" + value + "\"");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "config/CConfigRead.h"
+#include "config/readFindings.h"
 
 struct CFinding {
     enum ESeverity { note, warning, error };
@@ -22,7 +23,7 @@ struct CTargetLine {
     std::map<std::string, std::string> params;
 };
 
-class CFileCheck final : private IConfigReadClient, private IComponentCfgUpdateSink {
+class CFileCheck final : private IConfigReadClient, private IComponentCfgUpdateSink, private vx::IReadFindings {
 public:
     // `path` is read; `installedAs` is the name it is checked for (differs with --install).
     CFileCheck(const std::string& path, const std::string& installedAs);
@@ -40,7 +41,8 @@ private:
     static int onEntry(const char* key, const char* value, void* check);
     void entry(const std::string& key, const std::string& value);
     void checkFile();
-    void reportReadFailure();
+    // What the reader found (config/readFindings.h).
+    void found(vx::EReadFinding kind, int line, const std::string& detail) override;
     void checkLibrary(int line, const std::string& path);
 
     // What the library's dispatch calls.
@@ -57,6 +59,7 @@ private:
     std::size_t m_nextEntry = 0;
     int m_line = 0;  // of the entry being dispatched
     bool m_handled = false;  // the dispatch reached a component or target line
+    std::string m_unknownKey;  // the dispatch skipped this key
     std::map<std::string, int> m_components;  // name -> line
     std::map<std::string, int> m_libraries;  // path -> line
     std::vector<CFinding> m_findings;
