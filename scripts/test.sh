@@ -1,13 +1,13 @@
 #!/bin/sh
 # Sets up what is missing, builds and runs the test suite. With no argument: the normal build.
-# Arguments name further presets to run as well: asan, tsan, clang, armhf (or "all" for every one).
+# Arguments name further presets to run as well: asan, tsan, clang, portable, armhf (or "all" for every one).
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 presets="dev"
 for arg in "$@"; do
   case "$arg" in
-    all) presets="dev asan tsan clang armhf" ;;
+    all) presets="dev asan tsan clang portable armhf" ;;
     *) presets="$presets $arg" ;;
   esac
 done

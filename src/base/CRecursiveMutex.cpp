@@ -1,7 +1,10 @@
 // Set-up and locking of CRecursiveMutex, kept out of line with its rare failure path.
 #include "base/CRecursiveMutex.h"
 
+#include <cstddef>
 #include <system_error>
+
+#include "base/platformTricks.h"
 
 CRecursiveMutex::CRecursiveMutex(vx::LockRank rank)
 {
@@ -29,6 +32,9 @@ CRecursiveMutex::~CRecursiveMutex()
 // until the lock looks free. A mutex this thread holds never gets here: trylock takes it again.
 void CRecursiveMutex::lockContended()
 {
+#if defined(VEXLOR_WATCH_MUTEX_WORD)
+    static_assert(offsetof(pthread_mutex_t, __data.__lock) == 0 && sizeof(m_mutex.__data.__lock) == sizeof(int),
+                  "glibc's mutex no longer starts with its int lock word: build with VEXLOR_PORTABLE");
     constexpr int SPINS = 200;
     for (int spin = 0; spin < SPINS; ++spin) {
         if (__atomic_load_n(&m_mutex.__data.__lock, __ATOMIC_RELAXED) == 0 && pthread_mutex_trylock(&m_mutex) == 0) {
@@ -40,6 +46,7 @@ void CRecursiveMutex::lockContended()
         __asm__ __volatile__("yield");
 #endif
     }
+#endif
     const int rc = pthread_mutex_lock(&m_mutex);
     if (rc != 0) {
         throw std::system_error(rc, std::generic_category());

@@ -10,7 +10,9 @@
 #include <cstring>
 #include <type_traits>
 
-#if defined(__SSE2__)
+#include "base/platformTricks.h"
+
+#if defined(VEXLOR_SCAN_BLOCKS)
 #include <emmintrin.h>
 #endif
 
@@ -36,7 +38,11 @@ constexpr std::size_t MAX_DIGITS = 22;
 
 // For whole-block reads of a text, which may look at bytes past its end in the same page: not a
 // fault, whatever the sanitizers would see.
+#if defined(VEXLOR_SCAN_BLOCKS)
 #define NO_BOUNDS_CHECK __attribute__((no_sanitize("address", "thread")))
+#else
+#define NO_BOUNDS_CHECK
+#endif
 
 enum class ELength { NONE, HH, H, L, LL, Z, J, T };
 
@@ -87,7 +93,7 @@ public:
     template <char STOP>
     NO_BOUNDS_CHECK const char* putUntil(const char* text)
     {
-#if defined(__SSE2__)
+#if defined(VEXLOR_SCAN_BLOCKS)
         // Sixteen bytes at a time. A read that stays within its page cannot fault, even where it
         // goes past the text's end (the C library's string functions read so too).
         while (room() >= SHORT && reinterpret_cast<std::uintptr_t>(text) % PAGE <= PAGE - SHORT) {
@@ -105,7 +111,7 @@ public:
             text += SHORT;
         }
 #endif
-        // Byte by byte, for up to sixteen bytes (a page end, or a processor without SSE2).
+        // Byte by byte, for up to sixteen bytes (a page end, or no block scan).
         if (room() >= SHORT) {
             for (std::size_t i = 0; i < SHORT; ++i) {
                 const char c = text[i];
@@ -630,7 +636,7 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
     return static_cast<int>(out.length());
 }
 
-#if defined(__x86_64__)
+#if defined(VEXLOR_COPY_VA_LIST_FIELDS)
 // va_copy for x86-64. The caller has just written the list field by field, and va_copy reads it
 // back in one 16-byte load, which cannot be served from those smaller pending writes and waits
 // for them: the System V list, a plain record of two offsets and two pointers, is copied field by
@@ -644,7 +650,9 @@ void copyArguments(va_list to, va_list from)
         void* overflowArea;
         void* saveArea;
     };
-    static_assert(sizeof(CFields) == sizeof(va_list), "the System V va_list");
+    static_assert(sizeof(CFields) == sizeof(va_list) && std::is_array<va_list>::value &&
+                      std::extent<va_list>::value == 1,
+                  "not the System V va_list: build with VEXLOR_PORTABLE");
     const auto* const source = reinterpret_cast<const volatile CFields*>(from);
     auto* const target = reinterpret_cast<CFields*>(to);
     target->generalOffset = source->generalOffset;
@@ -667,7 +675,7 @@ int formatPrintf(char* buffer, std::size_t size, const char* format, va_list arg
         return -1;
     }
     va_list own;
-#if defined(__x86_64__)
+#if defined(VEXLOR_COPY_VA_LIST_FIELDS)
     copyArguments(own, args);
 #else
     va_copy(own, args);
