@@ -14,9 +14,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vexlorConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/vexlorConfig.cmake ${PROJECT_BINARY_DIR}/vexlorConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vexlor COMPONENT devel)
 
-# Relative to the .pc file, so that an install with another prefix (or a DESTDIR staging tree used
-# through PKG_CONFIG_SYSROOT_DIR) still finds its own headers and library.
-file(RELATIVE_PATH VEXLOR_PC_TO_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
-string(REGEX REPLACE "/$" "" VEXLOR_PC_TO_PREFIX "${VEXLOR_PC_TO_PREFIX}")
+# Plain paths below the prefix: pkg-config recognises ${prefix}/include as the system's own and
+# leaves out its -I (a staging tree is reached through PKG_CONFIG_SYSROOT_DIR).
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vexlor.pc.in ${PROJECT_BINARY_DIR}/vexlor.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vexlor.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT devel)

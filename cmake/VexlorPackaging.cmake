@@ -40,8 +40,14 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "vexlor logging library, with its targets t
 # Written here rather than generated: CPack would also try the plug-ins, which have no SONAME.
 file(WRITE ${PROJECT_BINARY_DIR}/debian-runtime/shlibs "libvexlor 1 libvexlor1 (>= ${PROJECT_VERSION})\n")
 file(WRITE ${PROJECT_BINARY_DIR}/debian-runtime/conffiles "${VEXLOR_CONFIG_DIR}/vexlor.cfg\n")
+foreach(script postinst postrm)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/${script}.in ${PROJECT_BINARY_DIR}/debian-runtime/${script} @ONLY
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+endforeach()
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian-runtime/shlibs
-  ${PROJECT_BINARY_DIR}/debian-runtime/conffiles)
+  ${PROJECT_BINARY_DIR}/debian-runtime/conffiles ${PROJECT_BINARY_DIR}/debian-runtime/postinst
+  ${PROJECT_BINARY_DIR}/debian-runtime/postrm)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_DEVEL_PACKAGE_NAME libvexlor-dev)
 set(CPACK_DEBIAN_DEVEL_PACKAGE_SECTION libdevel)
@@ -57,10 +63,22 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "vexlor logging library: command-line tools
  vexlor-log logs from shell scripts, vexlor-check checks a configuration before it is deployed,
  vexlorctl shows and sets the component levels of running programs.")
 
-# Every other component is one target plug-in with a library of its own.
+# Every other component is one target plug-in with a library of its own. Each package carries the
+# licence in Debian's machine-readable copyright format.
 get_cmake_property(components COMPONENTS)
 foreach(component IN LISTS components)
   string(TOUPPER ${component} upper)
+  if(component STREQUAL "runtime")
+    set(package libvexlor1)
+  elseif(component STREQUAL "devel")
+    set(package libvexlor-dev)
+  elseif(component STREQUAL "tools")
+    set(package vexlor-tools)
+  else()
+    set(package vexlor-target-${component})
+  endif()
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}
+    COMPONENT ${component})
   if(NOT component MATCHES "^(runtime|devel|tools)$")
     set(CPACK_DEBIAN_${upper}_PACKAGE_NAME vexlor-target-${component})
     set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION libs)

@@ -2,7 +2,8 @@
 # CI, after the test suite: builds the amd64 packages, installs them into a fresh Debian 12 root
 # (debootstrap minbase, chroot) with g++ and pkg-config, builds the README's short program there
 # against libvexlor-dev with pkg-config, and runs it with a target configured in the installed
-# /etc/vexlor/vexlor.cfg. Needs root and Debian's mirror; leaves nothing behind.
+# /etc/vexlor/vexlor.cfg; checks the copyright files and the system include directory, then that a
+# purge removes what the library wrote. Needs root and Debian's mirror; leaves nothing behind.
 set -eu
 cd "$(dirname "$0")/.."
 mirror="${VEXLOR_DEBIAN_MIRROR:-http://deb.debian.org/debian}"
@@ -37,6 +38,18 @@ printf 'component = net, 111111111\ntarget = %s\n' "$target" > /etc/vexlor/vexlo
 cat output.txt
 for text in "link down on eth0" "entering" "retry 3" "leaving"; do
   grep -q "$text" output.txt || { echo "missing in the output: $text"; exit 1; }
+done
+# The headers are in the system's include directory, which pkg-config leaves out.
+[ -z "$(pkg-config --cflags vexlor)" ] || { echo "pkg-config --cflags: $(pkg-config --cflags vexlor)"; exit 1; }
+for package in $(dpkg-query -W -f='${Package}\n' 'libvexlor*' 'vexlor-*'); do
+  grep -q '^License: MIT' "/usr/share/doc/$package/copyright" || { echo "$package: no copyright file"; exit 1; }
+done
+# Purging removes what the library wrote at run time, and the legacy level file the package made.
+grep -q '^prog 7' /etc/tarsinlog.cfg || { echo "the program left no line in /etc/tarsinlog.cfg"; exit 1; }
+mkdir -p /run/vexlor/recorder && touch /run/vexlor/recorder/prog.1.ring
+dpkg --purge $(dpkg-query -W -f='${Package}\n' 'libvexlor*' 'vexlor-*') >/dev/null
+for left in /etc/tarsinlog.cfg /run/vexlor /etc/vexlor/vexlor.cfg; do
+  [ ! -e "$left" ] || { echo "left after purge: $left"; exit 1; }
 done
 INSIDE
 chmod +x "$root/tmp/vexlor/run.sh"
