@@ -14,7 +14,20 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vexlorConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/vexlorConfig.cmake ${PROJECT_BINARY_DIR}/vexlorConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vexlor COMPONENT devel)
 
-# Plain paths below the prefix: pkg-config recognises ${prefix}/include as the system's own and
-# leaves out its -I (a staging tree is reached through PKG_CONFIG_SYSROOT_DIR).
-configure_file(${PROJECT_SOURCE_DIR}/cmake/vexlor.pc.in ${PROJECT_BINARY_DIR}/vexlor.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vexlor.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT devel)
+# Written when installing, with that install's prefix (cmake --install --prefix ... may differ from
+# the configured one): plain paths, so that pkg-config recognises ${prefix}/include as the system's
+# own and leaves out its -I. A staging tree is reached through PKG_CONFIG_SYSROOT_DIR.
+if(IS_ABSOLUTE "${VEXLOR_PLUGIN_DIR}")
+  set(pcPluginDir "${VEXLOR_PLUGIN_DIR}")
+else()
+  set(pcPluginDir "\${CMAKE_INSTALL_PREFIX}/${VEXLOR_PLUGIN_DIR}")
+endif()
+install(CODE "
+  set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+  set(plugindir \"${pcPluginDir}\")
+  set(CMAKE_INSTALL_LIBDIR \"${CMAKE_INSTALL_LIBDIR}\")
+  set(CMAKE_INSTALL_INCLUDEDIR \"${CMAKE_INSTALL_INCLUDEDIR}\")
+  set(PROJECT_VERSION \"${PROJECT_VERSION}\")
+  configure_file(\"${PROJECT_SOURCE_DIR}/cmake/vexlor.pc.in\" \"${PROJECT_BINARY_DIR}/pkgconfig/vexlor.pc\" @ONLY)
+  file(INSTALL \"${PROJECT_BINARY_DIR}/pkgconfig/vexlor.pc\"
+    DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig\")" COMPONENT devel)

@@ -46,6 +46,7 @@ endif()
 get_filename_component(pcDir "${pcFile}" DIRECTORY)
 set(ENV{PKG_CONFIG_LIBDIR} ${pcDir})
 set(ENV{PKG_CONFIG_PATH} "")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${WORK_DIR}/stage)  # the .pc names the staged prefix
 execute_process(COMMAND pkg-config --cflags --libs vexlor
   RESULT_VARIABLE rc OUTPUT_VARIABLE pcFlags ERROR_VARIABLE err OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT rc EQUAL 0)
@@ -53,6 +54,9 @@ if(NOT rc EQUAL 0)
 endif()
 separate_arguments(pcFlags UNIX_COMMAND "${pcFlags}")
 execute_process(COMMAND pkg-config --variable=libdir vexlor OUTPUT_VARIABLE libDir OUTPUT_STRIP_TRAILING_WHITESPACE)
+if(NOT libDir MATCHES "^${WORK_DIR}/stage")
+  set(libDir ${WORK_DIR}/stage${libDir})
+endif()
 separate_arguments(extraFlags UNIX_COMMAND "${CXX_FLAGS} ${LINKER_FLAGS}")
 run(${CXX} -std=c++17 ${extraFlags} ${SOURCE_DIR}/ConsumerApp.cpp ${pcFlags} -o ${build}/consumer_app_pc)
 # And a C program, as strict as C99 gets.
