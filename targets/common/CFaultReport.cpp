@@ -14,18 +14,25 @@ CFaultReport::~CFaultReport()
     }
 }
 
-bool CFaultReport::retryDue() const { return !m_failing || coarseMilliseconds() - m_lastAttemptMs >= RETRY_MS; }
+bool CFaultReport::retryDue() const
+{
+    return !m_failing || m_retry == ERetry::EVERY_RECORD || coarseMilliseconds() - m_lastAttemptMs >= RETRY_MS;
+}
 
 void CFaultReport::failed(const char* what, int error, unsigned long long records)
+{
+    failed(what, std::string(std::strerror(error)), records);
+}
+
+void CFaultReport::failed(const char* what, const std::string& why, unsigned long long records)
 {
     m_lastAttemptMs = coarseMilliseconds();
     m_lost += records;
     if (!m_failing) {
         m_failing = true;
-        m_what = what;
-        m_error = error;
-        syslog(LOG_ERR, "%s: %s failed: %s; records are lost until it works again (retried once a second)",
-               m_who.c_str(), what, std::strerror(error));
+        m_reason = std::string(what) + " failed: " + why;
+        syslog(LOG_ERR, "%s: %s; records are lost until it works again (%s)", m_who.c_str(), m_reason.c_str(),
+               m_retry == ERetry::EVERY_RECORD ? "tried again with every record" : "retried once a second");
     }
 }
 
@@ -40,5 +47,3 @@ unsigned long long CFaultReport::recovered()
     m_lost = 0;
     return lost;
 }
-
-std::string CFaultReport::reason() const { return m_what + " failed: " + std::strerror(m_error); }

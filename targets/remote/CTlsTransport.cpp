@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <sys/socket.h>
 
+#include "CRegularFile.h"
 #include "connectSocket.h"
 
 namespace {
@@ -98,8 +99,14 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
     SSL_CTX_set_mode(m_context, SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     SSL_CTX_set_verify(m_context, settings.verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
     std::string failure;
+    // Opened here, not by OpenSSL: a FIFO or device given by mistake is refused instead of waited on.
+    const CRegularFile ca(settings.ca, O_RDONLY);
+    const CRegularFile cert(settings.cert, O_RDONLY);
+    const CRegularFile key(settings.key, O_RDONLY);
     if (!settings.ca.empty()) {
-        if (SSL_CTX_load_verify_locations(m_context, settings.ca.c_str(), nullptr) != 1) {
+        if (!ca.ok()) {
+            failure = "ca=" + settings.ca + ": " + ca.why();
+        } else if (SSL_CTX_load_verify_locations(m_context, ca.reopenablePath().c_str(), nullptr) != 1) {
             failure = "ca=" + settings.ca + ": cannot load the authorities - " + opensslError();
         }
     } else if (SSL_CTX_set_default_verify_paths(m_context) != 1) {
@@ -109,9 +116,12 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
         failure = "cert= and key= go together";
     }
     if (failure.empty() && !settings.cert.empty()) {
-        if (SSL_CTX_use_certificate_chain_file(m_context, settings.cert.c_str()) != 1) {
+        if (!cert.ok() || !key.ok()) {
+            failure =
+                !cert.ok() ? "cert=" + settings.cert + ": " + cert.why() : "key=" + settings.key + ": " + key.why();
+        } else if (SSL_CTX_use_certificate_chain_file(m_context, cert.reopenablePath().c_str()) != 1) {
             failure = "cert=" + settings.cert + ": cannot load - " + opensslError();
-        } else if (SSL_CTX_use_PrivateKey_file(m_context, settings.key.c_str(), SSL_FILETYPE_PEM) != 1 ||
+        } else if (SSL_CTX_use_PrivateKey_file(m_context, key.reopenablePath().c_str(), SSL_FILETYPE_PEM) != 1 ||
                    SSL_CTX_check_private_key(m_context) != 1) {
             failure = "key=" + settings.key + ": cannot load, or does not match the certificate - " + opensslError();
         }

@@ -1,5 +1,8 @@
 // What the shipped targets refuse to be created with: each time one syslog error naming the
-// target, the parameter and the value, and no target loaded.
+// target, the parameter and the value, and no target loaded. A FIFO where a file belongs is
+// refused at once, never waited on.
+#include <sys/stat.h>
+
 #include "CTargetFixture.h"
 
 namespace {
@@ -12,9 +15,14 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
     const std::string file = VEXLOR_TEST_TARGET_FILE ", path=" + m_dir.file("a.log") + ", ";
     const std::string remote = VEXLOR_TEST_TARGET_REMOTE ", host=h, ";
     const std::string size = ": not a size from 1 to 1125899906842624 bytes (suffixes K, M, G)";
+    const std::string fifo = m_dir.file("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    const std::string junk = m_dir.write("junk.pem", "not a certificate\n");
     const std::pair<std::string, std::string> cases[] = {
         {VEXLOR_TEST_TARGET_FILE ", path=" + missing,
-         "file target \"file\": path=" + missing + ": cannot open: No such file or directory"},
+         "file target \"file\": path=" + missing + ": cannot open: its directory " + m_dir.file("missing") +
+             ": No such file or directory"},
+        {VEXLOR_TEST_TARGET_FILE ", path=" + fifo, "path=" + fifo + ": cannot open: is a FIFO, not a regular file"},
         {VEXLOR_TEST_TARGET_FILE ", name=f", "file target \"f\": path=: missing (the file to write)"},
         {file + "mode=0800", "mode=0800: not an octal mode from 0 to 0777"},
         {file + "max-size=2T", "max-size=2T" + size},
@@ -36,7 +44,10 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {remote + "framing=crlf", "framing=crlf: not one of octet-counting|lf"},
         {remote + "transport=udp, max-datagram=100", "max-datagram=100: not a whole number from 480 to 65507"},
         {remote + "sd-id=origin", "sd-id=origin: not an SD-ID of the form name@number"},
-        {remote + "transport=tls, ca=/nonexistent/ca.pem", "ca=/nonexistent/ca.pem: cannot load the authorities - "},
+        {remote + "transport=tls, ca=/nonexistent/ca.pem", "ca=/nonexistent/ca.pem: No such file or directory"},
+        {remote + "transport=tls, ca=" + fifo, "ca=" + fifo + ": is a FIFO, not a regular file"},
+        {remote + "transport=tls, ca=/dev/null", "ca=/dev/null: is a character device, not a regular file"},
+        {remote + "transport=tls, ca=" + junk, "ca=" + junk + ": cannot load the authorities - "},
         {remote + "transport=tls, cert=/c.pem", "cert= and key= go together"},
     };
     for (const auto& [line, why] : cases) {
