@@ -5,9 +5,12 @@
 //   buffer=, records wait until the buffer fills, a record at or above flush-level= arrives, or
 //   flush-ms= passed since the first unwritten one; the rest is written when the target is
 //   unloaded and at normal exit. A fork child never writes its parent's buffered records.
-// - A write error: one syslog error; records are counted as lost while it lasts, a write is
-//   retried at most once a second, and when it works again one line in the file and one syslog
-//   message give the count. A cut line is ended before anything else; no rotation meanwhile.
+// - A write error: one syslog error; records are counted as lost while it lasts, the next record
+//   tries again, and when it works again (or at unload, if it can) one line in the file and one
+//   syslog message give the count. A cut line is ended before anything else; no rotation meanwhile.
+// - It opens only a regular file, follows no symbolic link at the last component, and makes or
+//   reopens none in a directory another user can write (unless sticky and the file is ours); a
+//   refusal is said once. Processes that share the file rotate it one at a time (a flock).
 // - Per record: the layout into a stack buffer, an uncontended lock, and one write (or a copy into
 //   the buffer). The path is compared with the open file once a second (one stat).
 // - One thread, asleep in poll: it wakes when the log's directory changes (a move or removal to

@@ -14,6 +14,8 @@ namespace {
 
 // How often the path is compared with the open file when no inotify event says it changed.
 constexpr long long CHECK_MS = 1000;
+// Ends a line that a failing write cut, so that the next line starts on a line of its own.
+const char CUT[] = " [cut]\n";
 
 unsigned long long lineCount(const char* data, std::size_t length)
 {
@@ -26,29 +28,36 @@ CFileWriter::CFileWriter(const std::string& name, const std::string& path, const
     : m_name(name)
     , m_mode(options.mode)
     , m_rotation(std::string(), options.maxSize, options.maxFiles)
-    , m_fault(std::string())
+    , m_fault(std::string(), CFaultReport::ERetry::EVERY_RECORD)
     , m_checkEveryWrite(options.bufferSize != 0)
 {
-    if (const int error = m_file.open(path, m_mode)) {
-        throw std::runtime_error("path=" + path + ": cannot open: " + std::strerror(error));
+    const std::string why = m_file.open(path, m_mode);
+    if (!why.empty()) {
+        throw std::runtime_error("path=" + path + ": cannot open: " + why);
     }
     m_rotation.setWho(who());
     m_fault.setWho(who());
     m_nextCheckMs = coarseMilliseconds() + CHECK_MS;
 }
 
+CFileWriter::~CFileWriter()
+{
+    if (m_fault.failing()) {
+        checkPath();
+        if (m_file.linked()) {
+            writeLostNotice();
+        }
+    }
+}
+
 std::string CFileWriter::who() const { return "file target \"" + m_name + "\" (" + m_file.path() + ")"; }
 
 void CFileWriter::write(const char* data, std::size_t length)
 {
-    if (!m_fault.retryDue()) {
-        m_fault.lost(lineCount(data, length));
-        return;
-    }
     checkPathIfDue();
-    if (!m_file.linked() && m_reopenError != 0) {
+    if (!m_file.linked() && !m_reopenWhy.empty()) {
         // Removed, and the path cannot be made again: a write would go nowhere.
-        m_fault.failed("reopen", m_reopenError, lineCount(data, length));
+        m_fault.failed("reopen", m_reopenWhy, lineCount(data, length));
         return;
     }
     if (m_fault.failing() && !writeLostNotice()) {
@@ -60,20 +69,21 @@ void CFileWriter::write(const char* data, std::size_t length)
 
 void CFileWriter::moveTo(const std::string& path)
 {
-    if (const int error = m_file.open(path, m_mode)) {
-        syslog(LOG_ERR, "%s: cannot move to %s: %s; writing on to %s", who().c_str(), path.c_str(),
-               std::strerror(error), m_file.path().c_str());
+    const std::string why = m_file.open(path, m_mode);
+    if (!why.empty()) {
+        syslog(LOG_ERR, "%s: cannot move to %s: %s; writing on to %s", who().c_str(), path.c_str(), why.c_str(),
+               m_file.path().c_str());
         return;
     }
     m_rotation.setWho(who());
     m_fault.setWho(who());
-    m_reopenError = 0;
+    m_reopenWhy.clear();
     m_missingSinceMs = -1;
 }
 
 void CFileWriter::checkPathIfDue()
 {
-    // While a fault lasts, every retry looks at the path too: the fault may be the path's.
+    // While a fault lasts, every try looks at the path too: the fault may be the path's.
     if (m_checkEveryWrite || m_fault.failing() || coarseMilliseconds() >= m_nextCheckMs) {
         checkPath();
     }
@@ -102,23 +112,23 @@ void CFileWriter::checkPath()
 bool CFileWriter::reopen(const std::string& path)
 {
     const bool wasLinked = m_file.linked();
-    const int error = m_file.open(path, m_mode);
-    if (error == 0) {
+    const std::string why = m_file.open(path, m_mode);
+    if (why.empty()) {
         if (m_reopenSaid) {
             syslog(LOG_NOTICE, "%s: reopened", who().c_str());
         }
         m_reopenSaid = false;
-        m_reopenError = 0;
+        m_reopenWhy.clear();
         m_missingSinceMs = -1;
         return true;
     }
     // A file that still has a name takes the records meanwhile; for a removed one the lost
     // records are the fault's to report (see write).
     if (wasLinked && !m_reopenSaid) {
-        syslog(LOG_ERR, "%s: cannot reopen: %s; writing on to the moved file", who().c_str(), std::strerror(error));
+        syslog(LOG_ERR, "%s: cannot reopen: %s; writing on to the moved file", who().c_str(), why.c_str());
         m_reopenSaid = true;
     }
-    m_reopenError = error;
+    m_reopenWhy = why;
     return false;
 }
 
@@ -156,15 +166,44 @@ void CFileWriter::writeRotating(const char* data, std::size_t length)
 
 bool CFileWriter::rotateNow()
 {
-    // A file that is no longer at the path is someone else's business: follow the path instead.
-    if (m_file.pathState() != CLogFile::EPath::SAME) {
-        return reopen(m_file.path());
-    }
-    if (!m_rotation.rotate(m_file.path())) {
+    // Every process appending to the file rotates it under its lock, so one at a time. While
+    // another one holds it, the lines go on into the file it is moving away (nothing is lost).
+    if (m_file.lockForRotation()) {
+        m_lockBusySinceMs = -1;
+    } else if (!lockHeldTooLong()) {
         return false;
     }
-    // Until the new file opens, the rotated one (still linked) takes the records.
-    reopen(m_file.path());
+    // A file that is no longer at the path was rotated by another process or moved by logrotate:
+    // follow the path instead.
+    if (m_file.pathState() != CLogFile::EPath::SAME) {
+        const bool reopened = reopen(m_file.path());
+        m_file.unlock();
+        return reopened;
+    }
+    const bool rotated = m_rotation.rotate(m_file.path());
+    // The new file is made while the lock is held (opening it releases the lock); until it opens,
+    // the rotated one (still linked) takes the records.
+    if (rotated) {
+        reopen(m_file.path());
+    }
+    m_file.unlock();
+    return rotated;
+}
+
+// A rotation takes milliseconds: a lock held for over a second is held by a stuck process, or by a
+// user who may read the file and would stop its rotation for good. Rotation then goes on without.
+bool CFileWriter::lockHeldTooLong()
+{
+    const long long now = coarseMilliseconds();
+    if (m_lockBusySinceMs < 0) {
+        m_lockBusySinceMs = now;
+    }
+    if (now - m_lockBusySinceMs < CHECK_MS) {
+        return false;
+    }
+    syslog(LOG_WARNING, "%s: another process has held the rotation lock for over a second; rotating without it",
+           who().c_str());
+    m_lockBusySinceMs = -1;
     return true;
 }
 
@@ -176,8 +215,11 @@ bool CFileWriter::writeChunk(const char* data, std::size_t length)
     if (error == 0) {
         return true;
     }
-    // Whole lines before the failure are in the file; the cut one and all after it are lost.
-    m_lineCut = written > 0 && data[written - 1] != '\n';
+    // Whole lines before the failure are in the file; the cut one and all after it are lost. A
+    // write that took nothing leaves the last line as it was.
+    if (written > 0) {
+        m_lineEnd = data[written - 1] != '\n' ? CUT : "";
+    }
     m_fault.failed("write", error, lineCount(data + written, length - written));
     return false;
 }
@@ -185,9 +227,7 @@ bool CFileWriter::writeChunk(const char* data, std::size_t length)
 bool CFileWriter::writeLostNotice()
 {
     CLineBuffer notice;
-    if (m_lineCut) {
-        notice.append(" [cut]\n");
-    }
+    notice.append(m_lineEnd.data(), m_lineEnd.size());
     notice.append("vexlor: ");
     notice.append(who());
     notice.append(": ");
@@ -199,11 +239,16 @@ bool CFileWriter::writeLostNotice()
     const int error = writeFully(m_file.fd(), notice.data(), notice.size(), written);
     m_file.grew(written);
     if (error != 0) {
-        m_lineCut = written > 0 && notice.data()[written - 1] != '\n';
+        // The rest of the line end is still due; a notice cut in its turn is ended like a record.
+        if (written > m_lineEnd.size()) {
+            m_lineEnd = CUT;
+        } else {
+            m_lineEnd.erase(0, written);
+        }
         m_fault.failed("write", error, 0);
         return false;
     }
-    m_lineCut = false;
+    m_lineEnd.clear();
     m_fault.recovered();
     return true;
 }

@@ -1,11 +1,13 @@
 // Writes whole lines to the log file and keeps it the right file:
-// - rotation before a write that would take the file past max-size (split at a line feed);
+// - rotation before a write that would take the file past max-size (split at a line feed), one
+//   process at a time where several append to the file (CLogFile::lockForRotation);
 // - a reopen when the path no longer leads to the open file: checked once a second, before every
 //   write of a buffer (one stat per buffer, not per record), and at once when the directory
 //   changed (checkPath);
-// - write errors: one report when they start; records are counted as lost, a write is retried at
-//   most once a second, and when it works again a line in the file and a syslog message give the
-//   count. A line cut by a failing write is ended (" [cut]") before anything else is written.
+// - write errors: one report when they start; records are counted as lost, the next record tries
+//   again (a failing write costs no more than one that works), and when it works again a line in
+//   the file and a syslog message give the count; at unload one last try writes that line. A line
+//   cut by a failing write is ended (" [cut]") before anything else is written.
 // Not thread-safe: its owner serialises the calls (CFileSink).
 #pragma once
 
@@ -21,6 +23,10 @@ class CFileWriter {
 public:
     // Opens `path`; throws std::runtime_error when it cannot.
     CFileWriter(const std::string& name, const std::string& path, const CFileOptions& options);
+    // Writes the count of an open fault into the file if it can (else syslog has it).
+    ~CFileWriter();
+    CFileWriter(const CFileWriter&) = delete;
+    CFileWriter& operator=(const CFileWriter&) = delete;
 
     const std::string& path() const { return m_file.path(); }
     // `data` holds whole lines, each ended by a line feed.
@@ -36,6 +42,7 @@ private:
     bool reopen(const std::string& path);
     void writeRotating(const char* data, std::size_t length);
     bool rotateNow();
+    bool lockHeldTooLong();
     bool writeChunk(const char* data, std::size_t length);
     bool writeLostNotice();
 
@@ -46,8 +53,10 @@ private:
     CFaultReport m_fault;
     const bool m_checkEveryWrite;  // buffered: a write carries many records, a stat is cheap beside it
     long long m_nextCheckMs = 0;
-    long long m_missingSinceMs = -1;  // the path vanished while the file kept a name: it was moved
-    int m_reopenError = 0;  // why the path cannot be opened again; 0 while it can
+    long long m_missingSinceMs = -1;
+    long long m_lockBusySinceMs =
+        -1;  // when the rotation lock was first found taken  // the path vanished while the file kept a name: it was moved
+    std::string m_reopenWhy;  // why the path cannot be opened again; empty while it can
     bool m_reopenSaid = false;  // that failure was reported (writing on to the moved file)
-    bool m_lineCut = false;  // the last write ended inside a line
+    std::string m_lineEnd;  // what ends a line that a failing write cut (" [cut]\n" or its rest)
 };

@@ -1,6 +1,6 @@
 // The open log file: its descriptor (O_APPEND, so every write lands at the current end, also after
-// another process appended or a copytruncate emptied the file), its identity (device and inode)
-// and its size as far as this process knows it.
+// another process appended or a copytruncate emptied the file), its identity (device and inode),
+// its size as far as this process knows it, and the lock that lets one process at a time rotate it.
 #pragma once
 
 #include <string>
@@ -15,9 +15,9 @@ public:
     CLogFile(const CLogFile&) = delete;
     CLogFile& operator=(const CLogFile&) = delete;
 
-    // Opens `path` (created with `mode`, less the umask) in place of the current file. Returns 0,
-    // or the errno of the failure, which keeps the current file.
-    int open(const std::string& path, mode_t mode);
+    // Opens `path` (openLogFile: created with `mode`, less the umask) in place of the current
+    // file. Returns "", or why it cannot, and keeps the current file then.
+    std::string open(const std::string& path, mode_t mode);
     int fd() const { return m_fd; }
     const std::string& path() const { return m_path; }
     unsigned long long size() const { return m_size; }
@@ -27,8 +27,13 @@ public:
 
     // One fstat: the size that truncation or other writers left, and whether the file is linked.
     void refresh();
-    // One stat of the path.
+    // One lstat of the path: a symbolic link put there is never the open file.
     EPath pathState() const;
+
+    // The advisory lock (flock) that every process appending to this file takes to rotate it,
+    // without waiting: false while another one holds it. open() releases it.
+    bool lockForRotation();
+    void unlock();
 
 private:
     int m_fd = -1;
@@ -37,4 +42,5 @@ private:
     ino_t m_inode = 0;
     unsigned long long m_size = 0;
     bool m_linked = true;
+    bool m_locked = false;
 };

@@ -1,8 +1,12 @@
-// The file target's own size rotation, and the real logrotate moving and compressing or truncating
-// the file while threads log: every record logged is found exactly once. (scripts/install-deps.sh
-// installs logrotate.)
+// The file target's own size rotation, by one process or two at once, and the real logrotate
+// moving and compressing or truncating the file while threads log: every record logged is found
+// exactly once. (scripts/install-deps.sh installs logrotate.)
 #include <atomic>
 #include <mutex>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include "CFileTargetFixture.h"
 
@@ -73,6 +77,66 @@ TEST_F(CFileTargetRotationTest, RotatesBySizeKeepingMaxFilesAndCountingAnExistin
         EXPECT_EQ(range(0, 10), recordNumbers(linesOf(path + ".2"))) << buffer;
         EXPECT_FALSE(std::filesystem::exists(path + ".3")) << buffer;
     }
+}
+
+// Two processes append to one file and both rotate it by size: every record of both is found
+// once, none overwritten with a rotated file.
+TEST_F(CFileTargetRotationTest, TwoProcessesRotatingOneFileLoseNothing)
+{
+    for (const std::string buffer : {"", ", buffer=4K, flush-ms=3600000"}) {
+        removeTree(m_logs);
+        std::filesystem::create_directory(m_logs);
+        m_dir.write("vexlor.cfg", fileTarget("app.log", "pattern=%m, max-size=16K, max-files=999" + buffer));
+        int start[2];
+        ASSERT_EQ(0, pipe(start));
+        pid_t children[2];
+        for (int child = 0; child < 2; ++child) {
+            children[child] = forkWhenOthersSleep();
+            if (children[child] == 0) {
+                {
+                    CLogTargetContainer container{m_dir.path(), false, nullptr};
+                    container.onCfgUpdate();
+                    char go = 0;
+                    close(start[1]);
+                    (void)!::read(start[0], &go, 1);  // both begin together: the end of the pipe
+                    for (int n = child * 10000; n < (child + 1) * 10000; ++n) {
+                        container.log(42, 0, SECONDS, 7, VX_INFO, "main", "net", "", recordText(n));
+                    }
+                }
+                _exit(0);
+            }
+        }
+        close(start[0]);
+        close(start[1]);
+        expectCleanExit(children[0]);
+        expectCleanExit(children[1]);
+
+        const std::vector<std::string> lines = linesOf(logPath("app.log*"));
+        EXPECT_EQ(range(0, 20000), recordNumbers(lines)) << buffer;
+        EXPECT_EQ(20000u, lines.size()) << buffer;
+    }
+}
+
+// A process that holds the lock and never rotates (stuck, or a user who may read the file) keeps
+// the others from rotating for a second only.
+TEST_F(CFileTargetRotationTest, RotatesWithoutTheLockWhenItIsHeldForOverASecond)
+{
+    const std::string path = logPath("r.log");
+    read(fileTarget("r.log", "pattern=%m, max-size=1K"));
+    const int holder = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(holder, LOCK_EX));
+    logRecords(0, 15);
+    EXPECT_FALSE(std::filesystem::exists(path + ".1"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    logRecords(15, 1);
+    close(holder);
+    read("");
+    EXPECT_EQ(range(0, 15), recordNumbers(linesOf(path + ".1")));
+    EXPECT_EQ(range(15, 1), recordNumbers(linesOf(path)));
+    EXPECT_EQ(1,
+              m_syslog.count("file target \"file\" (" + path +
+                                 "): another process has held the rotation lock for over a second; rotating without it",
+                             LOG_WARNING));
 }
 
 TEST_F(CFileTargetRotationTest, FollowsLogrotateCreateWithDelayedCompression)

@@ -60,6 +60,15 @@ inline long long sleepsOf(const std::string& name)
     return -1;
 }
 
+// The open descriptors and the threads of this process: an unloaded target leaves what it found.
+inline std::pair<long, long> descriptorsAndThreads()
+{
+    const auto count = [](const char* directory) {
+        return static_cast<long>(std::distance(std::filesystem::directory_iterator(directory), {}));
+    };
+    return {count("/proc/self/fd"), count("/proc/self/task")};
+}
+
 // An idle thread sleeps until there is work: one that polled on a timer would wake within 1.5 s.
 inline void expectSleepsWhileIdle(const std::string& name)
 {
