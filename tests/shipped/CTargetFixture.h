@@ -60,13 +60,15 @@ inline long long sleepsOf(const std::string& name)
     return -1;
 }
 
-// The open descriptors and the threads of this process: an unloaded target leaves what it found.
+// The open descriptors of this process and its threads named vexlor-...: an unloaded target
+// leaves what it found. (Sanitizers start threads of their own.)
 inline std::pair<long, long> descriptorsAndThreads()
 {
-    const auto count = [](const char* directory) {
-        return static_cast<long>(std::distance(std::filesystem::directory_iterator(directory), {}));
-    };
-    return {count("/proc/self/fd"), count("/proc/self/task")};
+    long threads = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        threads += readFile(task.path() / "comm").rfind("vexlor-", 0) == 0 ? 1 : 0;
+    }
+    return {static_cast<long>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})), threads};
 }
 
 // An idle thread sleeps until there is work: one that polled on a timer would wake within 1.5 s.
