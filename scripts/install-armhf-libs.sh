@@ -1,13 +1,13 @@
 #!/bin/sh
-# Puts the armhf builds of OpenSSL and libsystemd (with libsystemd's run-time dependencies) into the
-# cross toolchain's tree /usr/arm-linux-gnueabihf, where the armhf preset compiles and links and
-# qemu-arm loads libraries. The packages are fetched with a private apt state for armhf only and
-# unpacked, not installed: the machine's dpkg architectures stay as they are, and the versions
-# need not match the host's packages of the same names.
+# Puts the armhf build of OpenSSL (for the remote target) into the cross toolchain's tree
+# /usr/arm-linux-gnueabihf, where the armhf preset compiles and links and qemu-arm loads libraries.
+# The packages are fetched with a private apt state for armhf only and unpacked, not installed: the
+# machine's dpkg architectures stay as they are, and the versions need not match the host's
+# packages of the same names.
 set -eu
 root=/usr/arm-linux-gnueabihf
-[ -e "$root/lib/libssl.so" ] && [ -e "$root/lib/libsystemd.so" ] && [ -e "$root/shlibs" ] && exit 0
-packages="libssl-dev libssl3 libsystemd-dev libsystemd0 libcap2 libgcrypt20 libgpg-error0 liblz4-1 liblzma5 libzstd1"
+[ -e "$root/lib/libssl.so" ] && [ -e "$root/shlibs" ] && exit 0
+packages="libssl-dev libssl3"
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
 work=$(mktemp -d)
@@ -28,6 +28,6 @@ $sudo mkdir -p "$root/lib" "$root/include"
 for dir in "$work/tree/lib/arm-linux-gnueabihf" "$work/tree/usr/lib/arm-linux-gnueabihf"; do
   [ -d "$dir" ] && $sudo cp -a "$dir/." "$root/lib/"
 done
-$sudo cp -a "$work/tree/usr/include/openssl" "$work/tree/usr/include/systemd" "$root/include/"
+$sudo cp -a "$work/tree/usr/include/openssl" "$root/include/"
 $sudo cp -a "$work/tree/usr/include/arm-linux-gnueabihf/openssl/." "$root/include/openssl/"
 $sudo cp "$work/shlibs" "$root/shlibs"

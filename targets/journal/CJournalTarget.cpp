@@ -1,78 +1,70 @@
-// The journal target: writes every record to the systemd journal through libsystemd, with the
-// record's values as journal fields (MESSAGE, PRIORITY, SYSLOG_IDENTIFIER, SYSLOG_FACILITY, TID,
-// CODE_FUNC when a traced function is set, VEXLOR_COMPONENT, VEXLOR_THREAD, VEXLOR_DEPTH).
-// Delivery: synchronous; a record has reached the journal's socket when log returns (a journal
-// that does not keep up makes the call wait, as for every journal client). Faults: a record the
-// journal refuses is lost; one syslog message when that starts, one with the exact count when
-// the journal takes records again. Cost per record: one datagram (sendmsg). No thread.
+// The journal target: writes every record to the systemd journal through its native socket, with
+// the record's values as journal fields (MESSAGE, PRIORITY, SYSLOG_IDENTIFIER, SYSLOG_FACILITY,
+// TID, CODE_FUNC when a traced function is set, VEXLOR_COMPONENT, VEXLOR_THREAD, VEXLOR_DEPTH).
+// - A record has reached the journal's socket when log returns: one datagram, sent without
+//   blocking. When the journal's queue is full (journald stopped or not keeping up), a record
+//   waits at most CJournalSocket::WAIT_MS for room; then the fault begins and records are dropped
+//   without waiting until the journal takes one again.
+// - Faults (a full queue, the socket missing while journald restarts): one syslog message when
+//   they start, one with the exact count of dropped records when the journal takes records again
+//   or the target is unloaded; every record tries again.
+// - Per record: the fields into kept buffers and one sendmsg. No thread.
 // Creation fails when there is no journal socket (no systemd). Parameters: facility= (user),
 // levels=, name= (journal).
-#define SD_JOURNAL_SUPPRESS_LOCATION  // the journal would record this file's position otherwise
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
-#include <sys/socket.h>
+#include <cstdint>
+#include <string>
 #include <sys/syscall.h>
-#include <sys/uio.h>
-#include <sys/un.h>
-#include <syslog.h>
-#include <systemd/sd-journal.h>
 #include <unistd.h>
 
 #include <vexlor/vexlor_target.h>
 
+#include "CFaultReport.h"
+#include "CJournalSocket.h"
 #include "CLevelSet.h"
+#include "createTarget.h"
 #include "facility.h"
 
 namespace {
 
-// Where libsystemd sends every entry.
 const char JOURNAL_SOCKET[] = "/run/systemd/journal/socket";
 
-// A journal that nobody reads at creation is a configuration mistake worth refusing the target.
-void requireJournal()
-{
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, JOURNAL_SOCKET, sizeof address.sun_path - 1);
-    const bool reached = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    const int error = errno;
-    if (fd >= 0) {
-        close(fd);
-    }
-    if (!reached) {
-        throw std::runtime_error(std::string("journal target: no journal at ") + JOURNAL_SOCKET + " - " +
-                                 std::strerror(error) + " (is systemd-journald running?)");
-    }
-}
-
-// One field "NAME=value"; the buffer is kept from record to record.
+// One field of the native protocol, in a buffer kept from record to record: "NAME=value\n", or
+// for a value with a line feed "NAME\n", its length as 64-bit little endian, the value and "\n".
 void setField(std::string& field, const char* name, const std::string& value)
 {
     field.assign(name);
-    field += '=';
-    field += value;
+    if (value.find('\n') == std::string::npos) {
+        field += '=';
+        field += value;
+    } else {
+        field += '\n';
+        std::uint64_t length = value.size();
+        for (int i = 0; i < 8; ++i, length >>= 8) {
+            field += static_cast<char>(length & 0xff);
+        }
+        field += value;
+    }
+    field += '\n';
 }
 
 class CJournalTarget final : public CLogTargetBase {
 public:
-    explicit CJournalTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "journal")
-        , m_levels(levelSet(parameters))
-        , m_facility(
-              std::to_string(facilityCode(targetParameter(parameters, "facility", "user"), "journal target") >> 3))
-        , m_identity(identity(appname()))
+    static constexpr const char* KIND = "journal";
+
+    static ILogTarget* create(const CLogTargetParameters& parameters)
     {
-        requireJournal();
+        return createTarget<CJournalTarget>(parameters);
     }
 
-    ~CJournalTarget() override
+    explicit CJournalTarget(const CLogTargetParameters& parameters)
+        : CLogTargetBase(parameters, KIND)
+        , m_levels(CLevelSet::fromParameters(parameters))
+        , m_facility(std::to_string(facilityCode(facility(parameters), "facility=" + facility(parameters)) >> 3))
+        , m_identity(identity(appname()))
+        , m_socket(JOURNAL_SOCKET)
+        , m_fault("journal target \"" + getName() + "\" (" + JOURNAL_SOCKET + ")", CFaultReport::ERetry::EVERY_RECORD)
     {
-        if (m_lost > 0) {
-            syslog(LOG_ERR, "journal target %s: %llu records lost, the journal took none of them", getName().c_str(),
-                   m_lost);
-        }
     }
 
     void log(int, int depth, long long, int, vexlor_level* level, const std::string& threadName,
@@ -96,7 +88,15 @@ public:
             parts[i].iov_base = &m_fields[i][0];
             parts[i].iov_len = m_fields[i].size();
         }
-        noteResult(sd_journal_sendv(parts, count));
+        // Only the first record of a fault waits for room: a stopped journal costs one wait, not one per record.
+        const int error = m_socket.send(parts, count, !m_fault.failing());
+        if (error == 0) {
+            m_fault.recovered();
+        } else if (error == EAGAIN) {
+            m_fault.failed("send", "the journal takes nothing (its queue stayed full)", 1);
+        } else {
+            m_fault.failed("send", error, 1);
+        }
     }
 
     void setAppname(const std::string& name) override
@@ -108,13 +108,9 @@ public:
 private:
     static constexpr int FIELDS = 9;
 
-    static CLevelSet levelSet(const CLogTargetParameters& parameters)
+    static std::string facility(const CLogTargetParameters& parameters)
     {
-        try {
-            return CLevelSet::fromParameters(parameters);
-        } catch (const std::invalid_argument& e) {
-            throw std::runtime_error(std::string("journal target: ") + e.what());
-        }
+        return targetParameter(parameters, "facility", "user");
     }
 
     // The program's short name until the application names itself.
@@ -123,26 +119,13 @@ private:
         return appname.empty() ? program_invocation_short_name : appname;
     }
 
-    void noteResult(int rc)
-    {
-        if (rc < 0) {
-            if (m_lost++ == 0) {
-                syslog(LOG_ERR, "journal target %s: the journal takes no records - %s; they are lost until it does",
-                       getName().c_str(), std::strerror(-rc));
-            }
-        } else if (m_lost > 0) {
-            syslog(LOG_NOTICE, "journal target %s: the journal takes records again; %llu records lost",
-                   getName().c_str(), m_lost);
-            m_lost = 0;
-        }
-    }
-
     const CLevelSet m_levels;
     const std::string m_facility;  // the facility number as text
     // Guarded by the container's lock, like every call into the target.
     std::string m_identity;
     std::string m_fields[FIELDS];
-    unsigned long long m_lost = 0;  // records refused since the journal last took one
+    CJournalSocket m_socket;
+    CFaultReport m_fault;
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The journal target writing to a journald stand-in that parses the native protocol: refusal
-// without a journal, and every field.
+// without a journal, every field, and the records of a journal that stopped reading or whose
+// socket went away counted exactly, without a log call held up.
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -65,25 +66,91 @@ std::vector<CJournalEntry> receive(int fd, std::size_t count)
     return entries;
 }
 
-using CJournalTargetTest = CTargetFixture;
+// How many datagrams wait in the stand-in's queue; reads them all.
+std::size_t drain(int fd)
+{
+    std::size_t count = 0;
+    for (char buffer[65536]; recv(fd, buffer, sizeof buffer, MSG_DONTWAIT) >= 0;) {
+        ++count;
+    }
+    return count;
+}
 
-// On a thread of its own with a private /run, where the stand-in can take the journal's place;
-// the rest of the process and the machine keep theirs.
+class CJournalTargetTest : public CTargetFixture {
+protected:
+    // Runs `body` on a thread of its own with a private /run, where the stand-in can take the
+    // journal's place; the rest of the process and the machine keep theirs.
+    template <typename Body>
+    void withPrivateRun(Body body)
+    {
+        std::string why;
+        std::thread worker([&] {
+            CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
+            why = mounts.why();
+            if (mounts.ok()) {
+                mounts.tmpfs("/run", "1m");
+                std::filesystem::create_directories("/run/systemd/journal");
+                body();
+            }
+        });
+        worker.join();
+        if (!why.empty()) {
+            GTEST_SKIP() << why;
+        }
+    }
+};
+
+// A journal that stops reading (stopped, hung) or whose socket is gone for a moment (restarting):
+// every log call returns at once, and the records it did not take are counted exactly.
+TEST_F(CJournalTargetTest, CountsWhatTheJournalDidNotTakeWithoutHoldingTheLogCallUp)
+{
+    withPrivateRun([&] {
+        const auto before = descriptorsAndThreads();
+        int journal = journalStandIn();
+        read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
+        const std::string who = "journal target \"journal\" (/run/systemd/journal/socket)";
+        const std::string full = "send failed: the journal takes nothing (its queue stayed full)";
+        const std::string gone = "send failed: No such file or directory";
+        for (const std::string& reason : {full, gone}) {
+            if (reason == gone) {
+                close(journal);
+                std::filesystem::remove("/run/systemd/journal/socket");
+            }
+            auto longest = std::chrono::steady_clock::duration::zero();
+            for (int n = 0; n < 2000; ++n) {
+                const auto start = std::chrono::steady_clock::now();
+                log(VX_INFO, "record " + std::to_string(n));
+                longest = std::max(longest, std::chrono::steady_clock::now() - start);
+            }
+            EXPECT_LT(longest, std::chrono::seconds(1)) << reason;  // a hang guard, not a speed check
+            const std::size_t taken = reason == gone ? 0 : drain(journal);
+            if (reason == gone) {
+                journal = journalStandIn();
+            }
+            log(VX_INFO, "after");
+            EXPECT_EQ(1u, drain(journal));
+            EXPECT_EQ(1,
+                      m_syslog.count(who + ": " + reason +
+                                         "; records are lost until it works again (tried again with every record)",
+                                     LOG_ERR));
+            EXPECT_EQ(1,
+                      m_syslog.count(who + ": works again; " + std::to_string(2000 - taken) + " records were lost (" +
+                                         reason + ")",
+                                     LOG_WARNING));
+        }
+        read("");
+        close(journal);
+        EXPECT_EQ(before, descriptorsAndThreads());
+    });
+}
+
 TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
 {
-    std::string why;
-    std::thread worker([&] {
-        CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
-        why = mounts.why();
-        if (!mounts.ok()) {
-            return;
-        }
-        mounts.tmpfs("/run", "1m");
-        std::filesystem::create_directories("/run/systemd/journal");
+    withPrivateRun([&] {
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
         EXPECT_EQ(1,
-                  m_syslog.count("journal target: no journal at /run/systemd/journal/socket - No such file or "
-                                 "directory (is systemd-journald running?)",
+                  m_syslog.count("journal target \"journal\": no journal at /run/systemd/journal/socket - No such "
+                                 "file or directory (is systemd-journald running?)",
                                  LOG_ERR));
 
         const int journal = journalStandIn();
@@ -116,8 +183,6 @@ TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
         EXPECT_EQ(expected, receive(journal, 2));
         close(journal);
     });
-    worker.join();
-    ASSERT_EQ("", why) << "no private mount namespace";
 }
 
 }  // namespace
