@@ -20,7 +20,7 @@ function(vexlor_add_target_plugin name)
   # A plug-in still exports the SDK's type information and standard template code. Its own
   # references bind to its own copies: bound to the copies of a plug-in loaded before it
   # (RTLD_GLOBAL), they would keep that library loaded after it is unloaded.
-  target_link_options(${name} PRIVATE "LINKER:-Bsymbolic")
+  target_link_options(${name} PRIVATE "LINKER:-Bsymbolic" "LINKER:--gc-sections")
   if(ARG_OUTPUT_DIRECTORY)
     set_target_properties(${name} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${ARG_OUTPUT_DIRECTORY})
   endif()
