@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the benchmark's packages (Google Benchmark and the peer loggers), builds the 'bench'
-# preset and prints two tables: vexlor against the peer loggers, and the message formatter
-# against vsnprintf. Medians of the repetitions (default 10), in random interleaving.
+# preset and prints two tables: vexlor against the peer loggers (also drawn as an SVG chart), and
+# the message formatter against vsnprintf. Medians of the repetitions (default 10), in random interleaving.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-bench-deps.sh
@@ -15,3 +15,7 @@ for binary in vexlor_bench vexlor_format_bench; do
   echo
   python3 scripts/benchTable.py "$report"
 done
+# The peer comparison as a chart, for docs/performance.md.
+python3 scripts/benchChart.py build/bench/vexlor_bench.json build/bench/peers.svg
+echo "chart: build/bench/peers.svg"
+
