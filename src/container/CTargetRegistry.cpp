@@ -75,6 +75,15 @@ void CTargetRegistry::applyTargetLine(const std::string& value, const std::strin
     }
     vx::diag(LOG_DEBUG, "will load target %s from lib %s", name.c_str(), libPath.c_str());
     m_targets.emplace(name, CPluggableLogModule{std::move(module), target, true});
+    rebuildOrder();
+}
+
+void CTargetRegistry::rebuildOrder()
+{
+    m_order.clear();
+    for (auto& entry : m_targets) {
+        m_order.push_back(entry.second.logTarget);
+    }
 }
 
 bool CTargetRegistry::sweep()
@@ -94,6 +103,7 @@ bool CTargetRegistry::sweep()
         vx::diag(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
                  entry.logTarget->getName().c_str(), entry.module->getLibPath().c_str());
         auto node = m_targets.extract(it++);
+        rebuildOrder();
         destroyTarget(node.mapped());
     }
     return syslogTarget;
@@ -103,6 +113,7 @@ void CTargetRegistry::releaseAll()
 {
     while (!m_targets.empty()) {
         auto node = m_targets.extract(m_targets.begin());
+        rebuildOrder();
         destroyTarget(node.mapped());
     }
 }

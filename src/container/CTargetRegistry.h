@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "container/CDynamicModule.h"
 
@@ -38,11 +39,15 @@ public:
     template <typename Call>
     void forEach(Call call)
     {
-        for (auto& entry : m_targets) {
-            call(*entry.second.logTarget);
+        for (ILogTarget* target : m_order) {
+            call(*target);
         }
     }
 
 private:
+    // After every change of m_targets, before anything else can call into a target.
+    void rebuildOrder();
+
     std::map<std::string, CPluggableLogModule> m_targets;  // keyed by the name the target reports
+    std::vector<ILogTarget*> m_order;  // m_targets' targets in its order: the fan-out walks no tree
 };

@@ -16,31 +16,13 @@
 #include "core/CInstanceSlot.h"
 #include "core/legacyLevel.h"
 #include "core/dumpLine.h"
-#include "core/printfFormat.h"
+#include "core/formatMessage.h"
 #include "levels/levelDescriptionParser.h"
 #include "levels/componentLevel.h"
 
 namespace {
 
-// Messages are cut to MESSAGE_BUFFER_SIZE - 1 characters.
-constexpr std::size_t MESSAGE_BUFFER_SIZE = 2048;
-
-// The length of the formatted message. A null format is a caller error; it formats as an
-// empty message instead of crashing.
-__attribute__((format(printf, 2, 0))) std::size_t formatMessage(char (&buffer)[MESSAGE_BUFFER_SIZE], const char* format,
-                                                                va_list args)
-{
-    if (format == nullptr) {
-        buffer[0] = '\0';
-        return 0;
-    }
-    const int length = vx::formatPrintf(buffer, sizeof buffer, format, args);
-    if (length < 0) {
-        buffer[0] = '\0';
-        return 0;
-    }
-    return static_cast<std::size_t>(length) < sizeof buffer ? static_cast<std::size_t>(length) : sizeof buffer - 1;
-}
+using vx::MESSAGE_BUFFER_SIZE;
 
 // Set once the one-time syslog set-up has run; shared by both instances.
 std::atomic<bool> syslogReady{false};
@@ -59,6 +41,10 @@ std::size_t cutLength(const std::string& text)
 {
     return text.size() < MESSAGE_BUFFER_SIZE ? text.size() : MESSAGE_BUFFER_SIZE - 1;
 }
+
+}  // namespace
+
+namespace vx {
 
 // The texts of the records a thread is emitting. They keep their capacity, so an ordinary record
 // allocates nothing.
@@ -86,6 +72,13 @@ struct CEmitting {
         return nested[depth - 1];
     }
 };
+
+}  // namespace vx
+
+namespace {
+
+using vx::CEmitting;
+using vx::CRecordTexts;
 
 thread_local CEmitting emitting;
 
@@ -177,20 +170,25 @@ void CVexlor::unlockComponents() { m_registry.unlock(); }
 
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
-    char buffer[MESSAGE_BUFFER_SIZE];
-    const std::size_t length = formatMessage(buffer, format, args);
-    emit(component, level, buffer, length);
+    CEmitting& current = emitting;
+    vx::formatMessage(current.current().message, format, args);
+    deliver(component, level, current);
 }
 
 void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length)
+{
+    CEmitting& current = emitting;
+    current.current().message.assign(text, length);
+    deliver(component, level, current);
+}
+
+void CVexlor::deliver(vexlor_component* component, vexlor_level* level, CEmitting& current)
 {
     timeval now{};
     gettimeofday(&now, nullptr);
     const int pid = vx::currentPid();
     CThreadData& self = thread_data;
-    CEmitting& current = emitting;
     CRecordTexts& texts = current.current();
-    texts.message.assign(text, length);
     if (self.functionNames.empty()) {
         texts.function.clear();
     } else {
@@ -220,7 +218,7 @@ void CVexlor::emitIfEnabled(vexlor_component* component, vexlor_level* level, co
 void CVexlor::vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
     char buffer[MESSAGE_BUFFER_SIZE];
-    const std::size_t length = formatMessage(buffer, format, args);
+    const std::size_t length = vx::formatMessage(buffer, format, args);
     // Unfiltered on purpose: syslog gets the text whatever the component's mask, unless a target
     // already writes the records there.
     if (!m_container.hasSyslogTarget()) {

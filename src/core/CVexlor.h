@@ -17,6 +17,10 @@
 #include "levels/IComponentCfgUpdateSink.h"
 #include "container/CLogTargetContainer.h"
 
+namespace vx {
+struct CEmitting;  // the texts of the records a thread is emitting (CVexlor.cpp)
+}
+
 class VEXLOR_API CVexlor final : public IComponentCfgUpdateSink {
 public:
     // Each thread's own record, built on its first use and destroyed when the thread ends.
@@ -76,6 +80,8 @@ private:
     // The one step every record takes after the filter: time, pid, the thread's record, the
     // container. `text` is the finished message.
     VEXLOR_LOCAL void emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length);
+    // What emit and log share once the message is in this thread's current texts.
+    VEXLOR_LOCAL void deliver(vexlor_component* component, vexlor_level* level, vx::CEmitting& current);
     // Filter, then emit: for the library's own fixed texts.
     VEXLOR_LOCAL void emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text);
 
