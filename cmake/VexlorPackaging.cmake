@@ -1,6 +1,6 @@
 # Debian packages from the install components (scripts/package.sh runs cpack): `runtime` is
 # libvexlor1, `devel` libvexlor-dev, `tools` vexlor-tools, and every other component (a target
-# that links a library of its own) vexlor-target-<component>. Dependencies on system libraries
+# that links a library of its own, or that only some systems can use) vexlor-target-<component>. Dependencies on system libraries
 # come from dpkg-shlibdeps; the packages of one build depend on each other at the same version.
 
 # The commented default configuration, a conffile in the package. A plain `cmake --install` never

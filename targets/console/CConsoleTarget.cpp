@@ -1,7 +1,9 @@
 // The console target: one line per record on standard error or standard output, coloured by level
 // on a terminal.
 // - A record has reached the stream (the kernel) when log returns: one write(2) per record, so the
-//   lines of threads and processes never interleave (on a pipe, lines up to PIPE_BUF bytes).
+//   lines of threads and processes never interleave (on a pipe, lines up to PIPE_BUF bytes). A
+//   reader that stops reading (a pager left open, a stopped terminal) makes that write wait, as a
+//   terminal does for every program: the file target is the one that never waits for a reader.
 // - A write error (a closed pipe, a full disk behind a redirection): one syslog error when it
 //   starts; records are dropped and counted, a write is retried at most once a second, and one
 //   message gives the count when writing works again or the target is unloaded. A closed pipe

@@ -1,10 +1,13 @@
 // The syslog target: writes every record to the system log, at the record's level as priority
 // (0 to 7; higher levels as debug), its text laid out by pattern=. With it loaded, the library's
 // syslog-style calls leave the writing to this target instead of sending the text twice.
-// - A record has reached the syslog socket when log returns (one syslog(3) call per record); the
-//   C library's syslog handles a missing daemon and reconnects.
+// - A record has been handed to syslog(3) when log returns (one call per record), which sends it
+//   to the daemon's socket. That call waits while the daemon does not read (a stopped daemon holds
+//   the program up, as it does every program that uses syslog), and drops the record without a
+//   word while no daemon listens: the C library tells its caller neither, so nothing is counted.
 // - Per record: the layout into a stack buffer and one syslog call. No thread.
-// - Never calls openlog: the library opened syslog under the application's name, and owns it.
+// - Never calls openlog: the library owns syslog, and the identity is the one it last opened it
+//   with (the program's name at the first vexlor_init, the application's name when set).
 // Parameters: facility=user|daemon|local0..local7 (default: the one the library opened syslog
 // with), pattern= (default "[%c/%T] %m"), time=, levels=, name= (default "syslog").
 #include <syslog.h>

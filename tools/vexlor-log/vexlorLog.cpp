@@ -1,13 +1,13 @@
 // vexlor-log: logs from shell scripts through vexlor, under a component and a level, to whatever
 // targets the configuration loads: the message given as arguments, or else one record per line
-// of standard input, as logger(1) does. A message that reaches no target says so on stderr.
+// of standard input, as logger(1) does. A message that reaches no target says so on stderr, and
+// so, once each, does a message cut at a NUL byte or at the library's 2047 bytes.
 // Exit status: 0 logged, 1 the configuration does not enable the level for the component,
 // 2 usage error, 3 no target is loaded (nothing was written anywhere).
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
-#include <iostream>
 #include <string>
 #include <vexlor/vexlor.h>
 
@@ -18,6 +18,8 @@ namespace {
 constexpr int EXIT_FILTERED = 1;
 constexpr int EXIT_USAGE = 2;
 constexpr int EXIT_NO_TARGET = 3;
+// The longest message the library logs; the rest of a longer one is cut.
+constexpr std::size_t MESSAGE_LIMIT = 2047;
 
 const char* const USAGE =
     "usage: vexlor-log [options] [message...]\n"
@@ -97,6 +99,32 @@ int parseOptions(int argc, char** argv, COptions& options)
     return -1;
 }
 
+// One line of standard input as far as it can be logged: up to its first NUL byte (which ends the
+// message in the library) and at most MESSAGE_LIMIT bytes.
+struct CInputLine {
+    std::string text;
+    std::size_t length = 0;  // the whole line's, without the line feed
+    bool hasNul = false;
+};
+
+// Reads the next line a byte at a time into a bounded buffer: the rest of a long line is read
+// and dropped, so memory does not grow with the line. False at the end of the input.
+bool readLine(std::FILE* in, CInputLine& line)
+{
+    line.text.clear();
+    line.length = 0;
+    line.hasNul = false;
+    int c = EOF;
+    while ((c = getc_unlocked(in)) != EOF && c != '\n') {
+        line.hasNul = line.hasNul || c == '\0';
+        if (!line.hasNul && line.text.size() < MESSAGE_LIMIT) {
+            line.text += static_cast<char>(c);
+        }
+        ++line.length;
+    }
+    return c != EOF || line.length > 0;
+}
+
 // Logs one message; says on stderr, once per kind, why a message reached no target.
 class CShellLogger {
 public:
@@ -105,6 +133,24 @@ public:
         , m_component(vexlor_create_component(options.component.c_str(), nullptr, ""))
     {
         vexlor_init(nullptr, options.thread);
+    }
+
+    // Says what of a logged message was cut, once per kind: `where` names it ("line 3", "the message").
+    void sayCut(const std::string& where, std::size_t length, bool hasNul)
+    {
+        if (hasNul && !m_toldNul) {
+            m_toldNul = true;
+            std::fprintf(stderr,
+                         "vexlor-log: %s holds a NUL byte: its record ends there (later lines are cut the same way "
+                         "without another word)\n",
+                         where.c_str());
+        } else if (!hasNul && length > MESSAGE_LIMIT && !m_toldLong) {
+            m_toldLong = true;
+            std::fprintf(stderr,
+                         "vexlor-log: %s is %zu bytes long: only its first %zu are logged (a record holds no more; "
+                         "later lines are cut the same way without another word)\n",
+                         where.c_str(), length, MESSAGE_LIMIT);
+        }
     }
 
     int log(const std::string& message)
@@ -161,6 +207,8 @@ private:
     vexlor_component* const m_component;
     bool m_toldFiltered = false;
     bool m_toldNoTarget = false;
+    bool m_toldNul = false;
+    bool m_toldLong = false;
 };
 
 }  // namespace
@@ -181,13 +229,22 @@ int main(int argc, char** argv)
         for (int i = optind + 1; i < argc; ++i) {
             message.append(" ").append(argv[i]);
         }
-        return logger.log(message);
+        const int logged = logger.log(message);
+        if (logged == 0) {
+            logger.sayCut("the message", message.size(), false);
+        }
+        return logged;
     }
     // Every line is logged (and read, so that a pipe's writer never blocks); the status is that of
     // the first line that reached no target.
     int result = 0;
-    for (std::string line; std::getline(std::cin, line);) {
-        const int lineStatus = logger.log(line);
+    CInputLine line;
+    line.text.reserve(MESSAGE_LIMIT);
+    for (unsigned long number = 1; readLine(stdin, line); ++number) {
+        const int lineStatus = logger.log(line.text);
+        if (lineStatus == 0) {
+            logger.sayCut("line " + std::to_string(number), line.length, line.hasNul);
+        }
         result = result != 0 ? result : lineStatus;
     }
     return result;
