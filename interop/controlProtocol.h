@@ -1,22 +1,24 @@
-// The control target's socket name and line format, shared by the target and vexlorctl.
+// The control target's socket names, limits and line format, shared by the target and vexlorctl.
 //
-// Every controllable process listens on the abstract Unix stream socket "vexlor-control/<pid>".
-// Abstract names need no directory: nothing world-writable for another user to pre-create or
-// replace, no stale file after a crash (the name goes with the last descriptor), and the kernel
-// lists every bound name in /proc/net/unix, which is how vexlorctl finds the processes. Anyone
-// may connect to an abstract name, so the target checks the peer's credentials, and vexlorctl
-// checks that the socket is served by the process its name promises.
+// Every controllable process listens on an abstract Unix stream socket named after its pid:
+// "vexlor-control/<pid>". Abstract names need no directory (nothing world-writable to plant or
+// replace, no stale file after a crash), and the kernel lists every bound name in /proc/net/unix,
+// which is how vexlorctl finds the processes. But any user may bind any abstract name, a future
+// pid's included. A process that finds its name taken therefore listens on
+// "vexlor-control/<pid>.<16 random hex digits>" instead, which nobody can guess before it is
+// bound. A name proves nothing either way: vexlorctl trusts a socket only when its listener is the
+// process the name gives, running as root or as that process's own user (SO_PEERCRED), and the
+// target serves only root and its own user, checked before it reads a byte.
 //
 // A request is one line; the answer is lines ending with "ok" or "error<TAB>text", after which
 // the target closes the connection. Fields are separated by tabs; a backslash, tab or line feed
-// inside a field travels as "\\", "\t" or "\n".
+// inside a field travels as "\\", "\t" or "\n". Both ends bound what they read in size and time.
 #pragma once
 
-#include <cerrno>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <sys/socket.h>
+#include <sys/types.h>
 #include <sys/un.h>
 #include <vector>
 
@@ -24,68 +26,26 @@ namespace vexlor_control {
 
 constexpr const char* SOCKET_PREFIX = "vexlor-control/";
 constexpr std::size_t MAX_REQUEST = 4096;  // bytes of one request line
+constexpr std::size_t MAX_ANSWER = 4u << 20;  // bytes of one answer: far above any real registry's
+constexpr int REQUEST_DEADLINE_MS = 2000;  // the target's limit for one whole exchange
+constexpr int ANSWER_DEADLINE_MS = 5000;  // vexlorctl's limit for one whole exchange
 
-// The abstract address of `pid`'s control socket; returns its length for bind/connect.
-inline socklen_t socketAddress(int pid, sockaddr_un& address)
-{
-    std::memset(&address, 0, sizeof address);
-    address.sun_family = AF_UNIX;
-    const std::string name = SOCKET_PREFIX + std::to_string(pid);
-    std::memcpy(address.sun_path + 1, name.data(), name.size());  // sun_path[0] == 0: abstract
-    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-}
+// The name `pid` binds first, and the one it falls back to when another process holds that.
+std::string primaryName(pid_t pid);
+std::string fallbackName(pid_t pid, unsigned long long nonce);
+// The pid a control name (either form) stands for; -1 for any other name.
+pid_t pidOfName(const std::string& name);
+// The abstract address of `name`; returns its length for bind/connect.
+socklen_t socketAddress(const std::string& name, sockaddr_un& address);
+// How a name reads in messages and in /proc/net/unix.
+inline std::string shownName(const std::string& name) { return "@" + name; }
 
-// Sends the whole text; gives up when the peer left or stalls past the socket's send time-out
-// (either side's loss is then reported by the other end's reading).
-inline void sendAll(int fd, const std::string& text)
-{
-    std::size_t sent = 0;
-    while (sent < text.size()) {
-        const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;
-        }
-        sent += static_cast<std::size_t>(n);
-    }
-}
-
-inline std::string joinFields(const std::vector<std::string>& fields)
-{
-    std::string line;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (i != 0) {
-            line += '\t';
-        }
-        for (const char c : fields[i]) {
-            switch (c) {
-            case '\\': line += "\\\\"; break;
-            case '\t': line += "\\t"; break;
-            case '\n': line += "\\n"; break;
-            default: line += c;
-            }
-        }
-    }
-    return line + '\n';
-}
-
+std::string joinFields(const std::vector<std::string>& fields);
 // `line` without its line feed.
-inline std::vector<std::string> splitFields(const std::string& line)
-{
-    std::vector<std::string> fields(1);
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        if (line[i] == '\t') {
-            fields.emplace_back();
-        } else if (line[i] == '\\' && i + 1 < line.size()) {
-            const char next = line[++i];
-            fields.back() += next == 't' ? '\t' : next == 'n' ? '\n' : next;
-        } else {
-            fields.back() += line[i];
-        }
-    }
-    return fields;
-}
+std::vector<std::string> splitFields(const std::string& line);
+
+// Takes the first line (without its line feed) off `input`, as the target reads a request.
+enum class EFrame { INCOMPLETE, LINE, OVERLONG };
+EFrame takeRequestLine(std::string& input, std::string& line);
 
 }  // namespace vexlor_control

@@ -2,28 +2,35 @@
 // deadlock under the library's lock, and left alone by fork children.
 #include "CControlServer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <dlfcn.h>
+#include <memory>
 #include <mutex>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <syslog.h>
+#include <vector>
 
 #include "CControlState.h"
-#include "controlProtocol.h"
 #include "controlSession.h"
+#include "controlSocket.h"
 #include "startThread.h"
 
 namespace {
 
-constexpr int BACKLOG = 64;  // vexlorctl list may ask many processes, each once
 constexpr int ACCEPT_RETRY_MS = 1000;  // pause after a failed accept (descriptors exhausted)
+// Connections served at once. Only root and the program's own user get one (others are turned
+// away at accept), and each ends by its deadline, so a full set only delays the next in line.
+constexpr std::size_t MAX_SESSIONS = 16;
+
+using CSessions = std::vector<std::unique_ptr<CControlSession>>;
 
 // The server of this process, for the fork handler. There is at most one: a second could not
 // bind the process's name. An atomic, not a list under a mutex: the fork handler must take no
@@ -49,25 +56,6 @@ void registerForkHandler()
     std::call_once(once, [] { pthread_atfork(nullptr, nullptr, closeInChild); });
 }
 
-std::string socketName(int pid) { return std::string("@") + vexlor_control::SOCKET_PREFIX + std::to_string(pid); }
-
-int listeningSocket(pid_t pid)
-{
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address;
-    const socklen_t length = vexlor_control::socketAddress(pid, address);
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 || listen(fd, BACKLOG) != 0) {
-        const int error = errno;
-        if (fd >= 0) {
-            close(fd);
-        }
-        throw std::runtime_error("control target: unable to listen on \"" + socketName(pid) + "\" - " +
-                                 std::strerror(error) +
-                                 (error == EADDRINUSE ? " (is a second control target loaded?)" : ""));
-    }
-    return fd;
-}
-
 // Waits on the wake-up descriptor only: after a failed accept, so that a full descriptor table
 // does not make the thread spin, and still ends at once when asked to.
 void pauseUnlessWoken(int wakeFd)
@@ -76,24 +64,60 @@ void pauseUnlessWoken(int wakeFd)
     poll(&wake, 1, ACCEPT_RETRY_MS);
 }
 
-void acceptFailed(CControlServer::CState& state, int error)
+void acceptOne(CControlServer::CState& state, CSessions& sessions)
 {
-    if (error == EINTR || error == EAGAIN || error == ECONNABORTED) {
+    const int client = accept4(state.listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (client < 0) {
+        const int error = errno;
+        if (error == EINTR || error == EAGAIN || error == EWOULDBLOCK || error == ECONNABORTED) {
+            return;
+        }
+        if (state.acceptFailures++ == 0) {
+            syslog(LOG_ERR, "control target: unable to accept a connection on \"@%s\" - %s", state.name.c_str(),
+                   std::strerror(error));
+        }
+        pauseUnlessWoken(state.wakeFd);
         return;
     }
-    if (state.acceptFailures++ == 0) {
-        syslog(LOG_ERR, "control target: unable to accept a connection on \"%s\" - %s",
-               socketName(state.ownerPid).c_str(), std::strerror(error));
+    if (state.acceptFailures != 0) {
+        syslog(LOG_NOTICE, "control target: accepting connections again after %u failed attempts",
+               state.acceptFailures);
+        state.acceptFailures = 0;
     }
-    pauseUnlessWoken(state.wakeFd);
+    ucred peer{};
+    if (!admit(state, client, peer)) {
+        close(client);
+        return;
+    }
+    sessions.push_back(std::make_unique<CControlSession>(client, peer));
+}
+
+// Until the earliest deadline; forever (-1) when no connection is open: the thread sleeps until
+// someone asks or the target goes.
+int pollTimeout(const CSessions& sessions)
+{
+    if (sessions.empty()) {
+        return -1;
+    }
+    CControlSession::CClock::time_point first = sessions.front()->deadline();
+    for (const auto& session : sessions) {
+        first = std::min(first, session->deadline());
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - CControlSession::CClock::now());
+    return static_cast<int>(std::max<long long>(0, left.count()));
 }
 
 void serveUntilStopped(CControlServer::CState& state)
 {
+    CSessions sessions;
+    std::vector<pollfd> fds;
     for (;;) {
-        // No time-out: the thread sleeps until someone asks or the target goes.
-        pollfd fds[2] = {{state.listenFd, POLLIN, 0}, {state.wakeFd, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0) {
+        // A full set leaves new connections waiting in the listen queue.
+        fds.assign({{state.wakeFd, POLLIN, 0}, {sessions.size() < MAX_SESSIONS ? state.listenFd : -1, POLLIN, 0}});
+        for (const auto& session : sessions) {
+            fds.push_back({session->fd(), session->events(), 0});
+        }
+        if (poll(fds.data(), fds.size(), pollTimeout(sessions)) < 0) {
             if (errno == EINTR) {
                 continue;
             }
@@ -101,23 +125,22 @@ void serveUntilStopped(CControlServer::CState& state)
                    std::strerror(errno));
             return;
         }
-        if (fds[1].revents != 0 || state.stopping.load()) {
+        if (fds[0].revents != 0 || state.stopping.load()) {
             return;
         }
-        const int client = accept4(state.listenFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (client < 0) {
-            acceptFailed(state, errno);
-            continue;
+        const auto now = CControlSession::CClock::now();
+        for (std::size_t i = sessions.size(); i-- > 0;) {
+            const CControlSession::EStep step =
+                fds[i + 2].revents != 0 ? sessions[i]->onReady(state) : CControlSession::EStep::GO_ON;
+            if (step == CControlSession::EStep::STOP_THREAD) {
+                return;
+            }
+            if (step == CControlSession::EStep::DONE || now >= sessions[i]->deadline()) {
+                sessions.erase(sessions.begin() + static_cast<std::ptrdiff_t>(i));
+            }
         }
-        if (state.acceptFailures != 0) {
-            syslog(LOG_NOTICE, "control target: accepting connections again after %u failed attempts",
-                   state.acceptFailures);
-            state.acceptFailures = 0;
-        }
-        const bool goOn = serveClient(state, client);
-        close(client);
-        if (!goOn) {
-            return;
+        if (fds[1].revents != 0) {
+            acceptOne(state, sessions);
         }
     }
 }
@@ -149,7 +172,7 @@ CControlServer::CControlServer()
     m_state->ownerPid = getpid();
     m_state->ownerUid = geteuid();
     try {
-        m_state->listenFd = listeningSocket(m_state->ownerPid);
+        m_state->listenFd = listenOnControlName(m_state->ownerPid, m_state->name);
         m_state->wakeFd = eventfd(0, EFD_CLOEXEC);
         if (m_state->wakeFd < 0) {
             throw std::runtime_error(std::string("control target: unable to create an eventfd - ") +

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <set>
+#include <string>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 struct CControlServer::CState {
     int listenFd = -1;  // closed by ~CControlServer; -1 in a fork child
     int wakeFd = -1;  // eventfd, readable once the thread must end
+    std::string name;  // the control name bound, for messages
     pid_t ownerPid = 0;  // the process whose thread serves the socket
     uid_t ownerUid = 0;  // besides root, the only user who may control the process
     std::atomic<bool> stopping{false};

@@ -1,22 +1,19 @@
-// One connection: the peer's credentials decide, the request is read with a time limit, and the
-// answer is built inside a guarded library call (see ~CControlServer for why it is guarded).
+// One connection: the peer's credentials decide at accept, the request and the answer move
+// without blocking within one deadline, and the answer is built inside a guarded library call
+// (see ~CControlServer for why it is guarded).
 #include "controlSession.h"
 
 #include <cerrno>
 #include <poll.h>
-#include <string>
-#include <sys/socket.h>
-#include <sys/time.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include "controlAnswers.h"
 #include "controlProtocol.h"
 
 namespace {
 
-// A client that connects and says nothing must not hold the thread for long.
-constexpr int REQUEST_TIMEOUT_MS = 2000;
-constexpr time_t SEND_TIMEOUT_S = 2;
+constexpr std::size_t READ_CHUNK = 512;
 
 // Marks the thread busy for the duration of one library call, unless it must end already.
 class CLibraryCall {
@@ -44,80 +41,89 @@ bool mayControl(const CControlServer::CState& state, uid_t uid)
     return uid == 0 || uid == state.ownerUid || uid == getuid();
 }
 
-void refuse(CControlServer::CState& state, int client, const ucred& peer)
+bool wouldBlock(ssize_t n) { return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR); }
+
+}  // namespace
+
+bool admit(CControlServer::CState& state, int fd, ucred& peer)
 {
+    socklen_t length = sizeof peer;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+        return false;
+    }
+    if (mayControl(state, peer.uid)) {
+        return true;
+    }
     if (state.refusedUids.insert(peer.uid).second) {
         syslog(LOG_WARNING,
                "control target: refused a request from uid %u (pid %d): only uid %u and root may control this program",
                static_cast<unsigned>(peer.uid), static_cast<int>(peer.pid), static_cast<unsigned>(state.ownerUid));
     }
-    const std::string reason = "permission denied: only uid " + std::to_string(state.ownerUid) +
-        " and root may control process " + std::to_string(state.ownerPid);
-    vexlor_control::sendAll(client, vexlor_control::joinFields({"error", reason}));
+    // A fresh connection takes this small line whole. Closing with the request unread resets
+    // the connection, but the client reads what was sent to it before it sees the reset.
+    const std::string reason = vexlor_control::joinFields(
+        {"error", "permission denied: only uid " + std::to_string(state.ownerUid) + " and root may control process " +
+             std::to_string(state.ownerPid)});
+    send(fd, reason.data(), reason.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return false;
 }
 
-// False on time-out, end of file, an overlong line, or when the thread must end.
-bool readRequest(const CControlServer::CState& state, int client, std::string& line)
+CControlSession::CControlSession(int fd, const ucred& peer)
+    : m_fd(fd)
+    , m_peer(peer)
+    , m_deadline(CClock::now() + std::chrono::milliseconds(vexlor_control::REQUEST_DEADLINE_MS))
 {
-    char buffer[512];
-    std::size_t end;
-    while ((end = line.find('\n')) == std::string::npos) {
-        if (line.size() > vexlor_control::MAX_REQUEST) {
-            return false;
-        }
-        pollfd fds[2] = {{client, POLLIN, 0}, {state.wakeFd, POLLIN, 0}};
-        const int ready = poll(fds, 2, REQUEST_TIMEOUT_MS);
-        if (ready < 0 && errno == EINTR) {
-            continue;
-        }
-        if (ready <= 0 || fds[1].revents != 0) {
-            return false;
-        }
-        const ssize_t n = recv(client, buffer, sizeof buffer, 0);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        line.append(buffer, static_cast<std::size_t>(n));
-    }
-    line.erase(end);
-    return true;
 }
 
-}  // namespace
+CControlSession::~CControlSession() { close(m_fd); }
 
-bool serveClient(CControlServer::CState& state, int client)
+short CControlSession::events() const { return m_output.empty() ? POLLIN : POLLOUT; }
+
+CControlSession::EStep CControlSession::onReady(CControlServer::CState& state)
 {
-    ucred peer{};
-    socklen_t length = sizeof peer;
-    if (getsockopt(client, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
-        return true;
+    return m_output.empty() ? read(state) : write();
+}
+
+CControlSession::EStep CControlSession::read(CControlServer::CState& state)
+{
+    char buffer[READ_CHUNK];
+    const ssize_t n = recv(m_fd, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (wouldBlock(n)) {
+        return EStep::GO_ON;
     }
-    const timeval sendTimeout{SEND_TIMEOUT_S, 0};
-    setsockopt(client, SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, sizeof sendTimeout);
-    // Read before answering even a refusal: closing with the request unread would reset the
-    // connection, and the client might see that instead of the reason.
+    if (n <= 0) {
+        return EStep::DONE;  // gone before its request was complete
+    }
+    m_input.append(buffer, static_cast<std::size_t>(n));
     std::string request;
-    if (!readRequest(state, client, request)) {
-        return !state.stopping.load();
-    }
-    if (!mayControl(state, peer.uid)) {
-        refuse(state, client, peer);
-        return true;
-    }
-    std::string answer;
-    {
+    switch (vexlor_control::takeRequestLine(m_input, request)) {
+    case vexlor_control::EFrame::INCOMPLETE: return EStep::GO_ON;
+    case vexlor_control::EFrame::OVERLONG:
+        m_output = vexlor_control::joinFields(
+            {"error", "a request longer than " + std::to_string(vexlor_control::MAX_REQUEST) + " bytes"});
+        break;
+    case vexlor_control::EFrame::LINE: {
         CLibraryCall call(state);
         if (!call.allowed()) {
-            return false;
+            return EStep::STOP_THREAD;
         }
-        answer = answerRequest(vexlor_control::splitFields(request), peer.uid, peer.pid);
+        m_output = answerRequest(vexlor_control::splitFields(request), m_peer.uid, m_peer.pid);
+        break;
     }
-    if (state.stopping.load()) {
-        return false;  // the target is gone; the client sees the connection end without "ok"
     }
-    vexlor_control::sendAll(client, answer);
-    return true;
+    // The target is gone: the client sees the connection end without "ok".
+    return state.stopping.load() ? EStep::STOP_THREAD : write();
+}
+
+CControlSession::EStep CControlSession::write()
+{
+    const ssize_t n = send(m_fd, m_output.data() + m_sent, m_output.size() - m_sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (wouldBlock(n)) {
+        return EStep::GO_ON;
+    }
+    if (n <= 0) {
+        return EStep::DONE;
+    }
+    m_sent += static_cast<std::size_t>(n);
+    return m_sent == m_output.size() ? EStep::DONE : EStep::GO_ON;
 }

@@ -57,7 +57,7 @@ pid_t fakeServer(pid_t pid, const std::string& answer)
     if (child == 0) {
         const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
         sockaddr_un address;
-        const socklen_t length = vexlor_control::socketAddress(pid != 0 ? pid : getpid(), address);
+        const socklen_t length = vexlor_control::socketAddress(vexlor_control::primaryName(pid != 0 ? pid : getpid()), address);
         if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(fd, 1) != 0 ||
             write(ready[1], "r", 1) != 1) {
             _exit(1);
@@ -161,7 +161,8 @@ TEST_F(CVexlorctlTest, ReportsProcessesItCannotAskInOneLine)
         {ctl({"show", self}), "process " + self + " is not controllable"},
         {ctl({"set", "nosuchapplication", "net", "1"}), "no controllable process of yours has the application name"},
         {impostor,
-         "is held by process " + std::to_string(squatter) + " (uid " + std::to_string(geteuid()) + "): not asking it"},
+         "\"@vexlor-control/" + self + "\" is held by process " + std::to_string(squatter) + " (uid " +
+             std::to_string(geteuid()) + "), not by process " + self},
         {ended, "process " + std::to_string(dying)},
     };
     for (const auto& [result, message] : cases) {

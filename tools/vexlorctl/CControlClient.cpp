@@ -1,25 +1,32 @@
-// The client side of the control socket: connect, make sure the socket belongs to the process
-// it is named after, send one request, read the answer to its last line.
+// The client side of the control socket: find the name the process itself serves, send one
+// request, read the answer to its last line, all within one deadline and a bounded size.
 #include "CControlClient.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <poll.h>
+#include <system_error>
 #include <sys/socket.h>
-#include <sys/time.h>
+#include <thread>
 #include <unistd.h>
 
 #include "controlProtocol.h"
 
 namespace {
 
-// A program answers at once; this only bounds a hung one.
-constexpr time_t REPLY_TIMEOUT_S = 5;
+using CClock = std::chrono::steady_clock;
+
+constexpr std::size_t MAX_PARALLEL = 16;  // processes asked at once
+constexpr auto FULL_QUEUE_PAUSE = std::chrono::milliseconds(10);
 
 class CSocket {
 public:
     CSocket()
-        : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+        : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
     {
     }
     ~CSocket()
@@ -46,10 +53,107 @@ CControlReply failure(CControlReply::EStatus status, const std::string& text)
 
 std::string processText(int pid) { return "process " + std::to_string(pid); }
 
-CControlReply connectFailed(int pid, int error)
+bool exists(int pid) { return kill(pid, 0) == 0 || errno != ESRCH; }
+
+// Waits for `events` until the deadline; false when it passed first.
+bool waitFor(int fd, short events, CClock::time_point deadline)
 {
-    if (kill(pid, 0) != 0 && errno == ESRCH) {
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - CClock::now()).count();
+        pollfd ready{fd, events, 0};
+        const int n = poll(&ready, 1, static_cast<int>(std::max<long long>(0, left)));
+        if (n >= 0 || errno != EINTR) {
+            return n > 0;
+        }
+    }
+}
+
+enum class EConnect { SERVED, HELD_BY_OTHER, ABSENT, QUEUE_FULL };
+
+// Connects to `name` and checks that `pid` itself listens there, as root or as its own user: any
+// user can bind a name, and the kernel records who listens (see controlProtocol.h).
+EConnect connectToProcess(int fd, int pid, const std::string& name, ucred& holder, int& error)
+{
+    sockaddr_un address;
+    const socklen_t length = vexlor_control::socketAddress(name, address);
+    int rc;
+    while ((rc = connect(fd, reinterpret_cast<const sockaddr*>(&address), length)) != 0 && errno == EINTR) {
+    }
+    if (rc != 0) {
+        error = errno;
+        return error == EAGAIN ? EConnect::QUEUE_FULL : EConnect::ABSENT;
+    }
+    socklen_t credLength = sizeof holder;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &holder, &credLength) != 0) {
+        error = errno;
+        return EConnect::ABSENT;
+    }
+    const bool trusted = holder.uid == 0 || static_cast<long>(holder.uid) == effectiveUid(pid);
+    return holder.pid == pid && trusted ? EConnect::SERVED : EConnect::HELD_BY_OTHER;
+}
+
+// A failed send still leaves the program's reason for ending the connection to be read.
+void sendRequest(int fd, const std::string& text, CClock::time_point deadline)
+{
+    for (std::size_t sent = 0; sent < text.size();) {
+        const ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        if (n > 0) {
+            sent += static_cast<std::size_t>(n);
+        } else if (n == 0 || (errno != EINTR && errno != EAGAIN) ||
+                   (errno == EAGAIN && !waitFor(fd, POLLOUT, deadline))) {
+            return;
+        }
+    }
+}
+
+CControlReply exchange(int fd, int pid, const std::vector<std::string>& request, CClock::time_point deadline)
+{
+    sendRequest(fd, vexlor_control::joinFields(request), deadline);
+    CAnswerReader reader;
+    char buffer[16384];
+    while (reader.state() == CAnswerReader::EState::INCOMPLETE) {
+        if (!waitFor(fd, POLLIN, deadline)) {
+            return failure(CControlReply::notControllable,
+                           processText(pid) + " did not answer within " +
+                               std::to_string(vexlor_control::ANSWER_DEADLINE_MS / 1000) + " s");
+        }
+        const ssize_t n = recv(fd, buffer, sizeof buffer, 0);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) {
+            continue;
+        }
+        if (n <= 0) {
+            return exists(pid)
+                ? failure(CControlReply::gone, processText(pid) + " stopped answering (its control target went away)")
+                : failure(CControlReply::gone, processText(pid) + " ended while answering");
+        }
+        reader.feed(buffer, static_cast<std::size_t>(n));
+    }
+    if (reader.state() == CAnswerReader::EState::TOO_LONG) {
+        return failure(CControlReply::notControllable,
+                       processText(pid) + " answers beyond the limit of " +
+                           std::to_string(vexlor_control::MAX_ANSWER) + " bytes or " +
+                           std::to_string(CAnswerReader::MAX_FIELDS) + " fields: not reading further");
+    }
+    CControlReply reply;
+    reply.lines = reader.lines();
+    const std::vector<std::string> last = reply.lines.back();
+    reply.lines.pop_back();
+    if (last[0] == "error") {
+        return failure(CControlReply::error, processText(pid) + ": " + (last.size() > 1 ? last[1] : "error"));
+    }
+    reply.status = CControlReply::ok;
+    return reply;
+}
+
+CControlReply notServed(int pid, const std::string& heldBy, int error)
+{
+    if (!exists(pid)) {
         return failure(CControlReply::gone, "no " + processText(pid));
+    }
+    if (!heldBy.empty()) {
+        return failure(CControlReply::notControllable,
+                       processText(pid) + " is not controllable: " + heldBy + ", not by " + processText(pid) +
+                           " (not asking it)");
     }
     if (error == ECONNREFUSED) {
         return failure(CControlReply::notControllable,
@@ -58,72 +162,78 @@ CControlReply connectFailed(int pid, int error)
     return failure(CControlReply::notControllable, "cannot reach " + processText(pid) + ": " + std::strerror(error));
 }
 
-// The answer's lines up to "ok" or "error"; false when the connection ended first.
-bool readAnswer(int fd, std::vector<std::vector<std::string>>& lines, int& error)
+}  // namespace
+
+CControlReply askProcess(int pid, const std::vector<std::string>& names, const std::vector<std::string>& request)
 {
-    std::string pending;
-    char buffer[4096];
-    for (;;) {
-        std::size_t end;
-        while ((end = pending.find('\n')) != std::string::npos) {
-            lines.push_back(vexlor_control::splitFields(pending.substr(0, end)));
-            pending.erase(0, end + 1);
-            if (lines.back()[0] == "ok" || lines.back()[0] == "error") {
-                return true;
+    const CClock::time_point deadline = CClock::now() + std::chrono::milliseconds(vexlor_control::ANSWER_DEADLINE_MS);
+    std::vector<std::string> candidates = names;
+    if (candidates.empty() || candidates.front() != vexlor_control::primaryName(pid)) {
+        candidates.insert(candidates.begin(), vexlor_control::primaryName(pid));
+    }
+    std::string heldBy;  // the first name of `pid` that another process holds
+    int error = ECONNREFUSED;
+    // A name whose listen queue is full is tried again after the others: a Unix socket tells no
+    // moment when it has room, and a squatter's full queue must not hide the process's own name.
+    while (!candidates.empty()) {
+        std::vector<std::string> full;
+        for (const std::string& name : candidates) {
+            CSocket socket;
+            ucred holder{};
+            switch (connectToProcess(socket.fd(), pid, name, holder, error)) {
+            case EConnect::SERVED: return exchange(socket.fd(), pid, request, deadline);
+            case EConnect::QUEUE_FULL: full.push_back(name); break;
+            case EConnect::HELD_BY_OTHER:
+                if (heldBy.empty()) {
+                    heldBy = "\"" + vexlor_control::shownName(name) + "\" is held by process " +
+                        std::to_string(holder.pid) + " (uid " + std::to_string(holder.uid) + ")";
+                }
+                break;
+            case EConnect::ABSENT: break;
             }
         }
-        const ssize_t n = recv(fd, buffer, sizeof buffer, 0);
-        if (n < 0 && errno == EINTR) {
-            continue;
+        if (!full.empty() && CClock::now() + FULL_QUEUE_PAUSE >= deadline) {
+            return failure(CControlReply::notControllable,
+                           processText(pid) + " did not take the connection within " +
+                               std::to_string(vexlor_control::ANSWER_DEADLINE_MS / 1000) + " s");
         }
-        if (n <= 0) {
-            error = n < 0 ? errno : 0;
-            return false;
+        if (!full.empty()) {
+            std::this_thread::sleep_for(FULL_QUEUE_PAUSE);
         }
-        pending.append(buffer, static_cast<std::size_t>(n));
+        candidates.swap(full);
     }
+    return notServed(pid, heldBy, error);
 }
-
-}  // namespace
 
 CControlReply askProcess(int pid, const std::vector<std::string>& request)
 {
-    CSocket socket;
-    const timeval timeout{REPLY_TIMEOUT_S, 0};
-    setsockopt(socket.fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    setsockopt(socket.fd(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-    sockaddr_un address;
-    const socklen_t length = vexlor_control::socketAddress(pid, address);
-    if (connect(socket.fd(), reinterpret_cast<const sockaddr*>(&address), length) != 0) {
-        return connectFailed(pid, errno);
-    }
-    // Anyone may bind an abstract name: trust the socket only if its own process serves it.
-    ucred server{};
-    socklen_t credLength = sizeof server;
-    if (getsockopt(socket.fd(), SOL_SOCKET, SO_PEERCRED, &server, &credLength) != 0 || server.pid != pid) {
-        return failure(CControlReply::notControllable,
-                       "the control socket of " + processText(pid) + " is held by process " +
-                           std::to_string(server.pid) + " (uid " + std::to_string(server.uid) + "): not asking it");
-    }
-    CControlReply reply;
-    int error = 0;
-    // A failed send still leaves the program's reason for ending the connection to be read.
-    vexlor_control::sendAll(socket.fd(), vexlor_control::joinFields(request));
-    if (!readAnswer(socket.fd(), reply.lines, error)) {
-        if (kill(pid, 0) != 0 && errno == ESRCH) {
-            return failure(CControlReply::gone, processText(pid) + " ended while answering");
+    const CControlNames names = controlNames();
+    const auto found = names.find(pid);
+    return askProcess(pid, found != names.end() ? found->second : std::vector<std::string>(), request);
+}
+
+std::vector<CControlReply> askEach(const std::vector<int>& pids, const CControlNames& names,
+                                   const std::vector<std::string>& request)
+{
+    std::vector<CControlReply> replies(pids.size());
+    std::atomic<std::size_t> next{0};
+    const auto work = [&] {
+        for (std::size_t i; (i = next++) < pids.size();) {
+            const auto found = names.find(pids[i]);
+            replies[i] = askProcess(pids[i], found != names.end() ? found->second : std::vector<std::string>(), request);
         }
-        if (error == EAGAIN || error == EWOULDBLOCK) {
-            return failure(CControlReply::notControllable,
-                           processText(pid) + " did not answer within " + std::to_string(REPLY_TIMEOUT_S) + " s");
+    };
+    std::vector<std::thread> workers;
+    try {
+        while (workers.size() + 1 < std::min(MAX_PARALLEL, pids.size())) {
+            workers.emplace_back(work);
         }
-        return failure(CControlReply::gone, processText(pid) + " stopped answering (its control target went away)");
+    } catch (const std::system_error&) {
+        // Fewer helpers, the same work: this thread takes what is left.
     }
-    const std::vector<std::string>& last = reply.lines.back();
-    if (last[0] == "error") {
-        return failure(CControlReply::error, processText(pid) + ": " + (last.size() > 1 ? last[1] : "error"));
+    work();
+    for (std::thread& worker : workers) {
+        worker.join();
     }
-    reply.lines.pop_back();
-    reply.status = CControlReply::ok;
-    return reply;
+    return replies;
 }

@@ -2,6 +2,7 @@
 // their components with masks and level descriptions, and sets a component's mask.
 // Exit status 0 on success, 1 when a process is gone, not controllable or refuses, 2 for a
 // usage error.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -11,6 +12,7 @@
 #include "CControlClient.h"
 #include "levelText.h"
 #include "processList.h"
+#include "terminalText.h"
 
 namespace {
 
@@ -25,27 +27,27 @@ const char* const USAGE =
     "          numbers (warn,debug,8; emerg-warn; all)\n"
     "A mask set here lasts until the program next reads a configuration file that names the component.\n";
 
-using CLines = std::vector<std::vector<std::string>>;
-
-// The first line whose first field is `key`: its second field.
+// The first line whose first field is `key`: its second field, ready to print (see printable).
 std::string field(const CLines& lines, const std::string& key)
 {
     for (const auto& line : lines) {
         if (line.size() > 1 && line[0] == key) {
-            return line[1];
+            return printable(line[1]);
         }
     }
     return std::string();
 }
 
+// A mask as a program sends it; anything else reads as 0.
 unsigned int hexField(const std::string& text)
 {
     return static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, 16));
 }
 
+// `text` may carry a program's own words.
 int fail(const std::string& text)
 {
-    std::fprintf(stderr, "vexlorctl: %s\n", text.c_str());
+    std::fprintf(stderr, "vexlorctl: %s\n", printable(text).c_str());
     return EXIT_FAILED;
 }
 
@@ -54,24 +56,46 @@ bool isPid(const std::string& text)
     return !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+// The processes with a control name that this user may ask (root: all), and the names.
+std::vector<int> askablePids(CControlNames& names, std::vector<int>* others = nullptr)
+{
+    names = controlNames();
+    std::vector<int> pids;
+    for (const auto& entry : names) {
+        (mayAsk(entry.first) ? pids : others != nullptr ? *others : pids).push_back(entry.first);
+    }
+    return pids;
+}
+
+std::string row(const std::string& application, const std::string& program, const std::string& rest)
+{
+    char text[128];
+    std::snprintf(text, sizeof text, "%-24s %-16s ", application.c_str(), program.c_str());
+    return text + rest;
+}
+
 int list()
 {
     std::printf("%-8s %-24s %-16s %s\n", "PID", "APPLICATION", "PROGRAM", "COMPONENTS");
-    for (const int pid : controllablePids()) {
-        if (!mayAsk(pid)) {
-            std::printf("%-8d %-24s %-16s %s\n", pid, "-", programName(pid).c_str(), "(another user's)");
-            continue;
+    CControlNames names;
+    std::vector<int> others;
+    const std::vector<int> pids = askablePids(names, &others);
+    const std::vector<CControlReply> replies = askEach(pids, names, {"info"});
+    std::map<int, std::string> rows;  // printed in pid order
+    for (const int pid : others) {
+        rows[pid] = row("-", printable(programName(pid)), "(another user's)");
+    }
+    for (std::size_t i = 0; i < pids.size(); ++i) {
+        const CControlReply& reply = replies[i];
+        if (reply.status == CControlReply::ok) {
+            rows[pids[i]] = row(field(reply.lines, "application"), field(reply.lines, "program"),
+                                field(reply.lines, "components"));
+        } else if (reply.status != CControlReply::gone) {  // gone: ended since the kernel listed it
+            rows[pids[i]] = row("-", printable(programName(pids[i])), printable(reply.text));
         }
-        const CControlReply reply = askProcess(pid, {"info"});
-        if (reply.status == CControlReply::gone) {
-            continue;  // ended since the kernel listed it
-        }
-        if (reply.status != CControlReply::ok) {
-            std::printf("%-8d %-24s %-16s %s\n", pid, "-", programName(pid).c_str(), reply.text.c_str());
-            continue;
-        }
-        std::printf("%-8d %-24s %-16s %s\n", pid, field(reply.lines, "application").c_str(),
-                    field(reply.lines, "program").c_str(), field(reply.lines, "components").c_str());
+    }
+    for (const auto& [pid, text] : rows) {
+        std::printf("%-8d %s\n", pid, text.c_str());
     }
     return 0;
 }
@@ -84,13 +108,16 @@ bool resolve(const std::string& target, std::vector<int>& pids)
         pids.push_back(std::atoi(target.c_str()));
         return true;
     }
-    for (const int pid : controllablePids()) {
-        if (!mayAsk(pid)) {
-            continue;
-        }
-        const CControlReply reply = askProcess(pid, {"info"});
-        if (reply.status == CControlReply::ok && field(reply.lines, "application") == target) {
-            pids.push_back(pid);
+    CControlNames names;
+    const std::vector<int> candidates = askablePids(names);
+    const std::vector<CControlReply> replies = askEach(candidates, names, {"info"});
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        const auto& lines = replies[i].lines;
+        if (replies[i].status == CControlReply::ok &&
+            std::any_of(lines.begin(), lines.end(), [&](const std::vector<std::string>& line) {
+                return line.size() > 1 && line[0] == "application" && line[1] == target;
+            })) {
+            pids.push_back(candidates[i]);
         }
     }
     if (pids.empty()) {
@@ -104,13 +131,13 @@ void printComponents(const CLines& lines)
     std::map<std::string, std::vector<std::string>> descriptions;
     for (const auto& line : lines) {
         if (line.size() == 4 && line[0] == "description") {
-            descriptions[line[1]].push_back(line[2] + " = " + line[3]);
+            descriptions[line[1]].push_back(printable(line[2] + " = " + line[3]));
         }
     }
     for (const auto& line : lines) {
         if (line.size() == 3 && line[0] == "component") {
             const unsigned int mask = hexField(line[2]);
-            std::printf("  %-20s 0x%08x  %s\n", line[1].c_str(), mask, levelNames(mask).c_str());
+            std::printf("  %-20s 0x%08x  %s\n", printable(line[1]).c_str(), mask, levelNames(mask).c_str());
             for (const std::string& description : descriptions[line[1]]) {
                 std::printf("  %-20s   level %s\n", "", description.c_str());
             }
@@ -165,7 +192,7 @@ int set(const std::string& target, const std::string& component, const std::stri
         for (const auto& line : reply.lines) {
             if (line.size() == 4 && line[0] == "changed") {
                 const unsigned int now = hexField(line[3]);
-                std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, line[1].c_str(), hexField(line[2]), now,
+                std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, printable(line[1]).c_str(), hexField(line[2]), now,
                             levelNames(now).c_str());
             }
         }
