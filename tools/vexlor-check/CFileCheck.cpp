@@ -7,12 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sys/stat.h>
 #include <vexlor/cfread.h>
 #include <vexlor/vexlor_target.h>
 
+#include "fileContent.h"
 #include "fileSafety.h"
 #include "levelText.h"
 #include "levels/CComponentRegistry.h"
@@ -85,8 +84,14 @@ void CFileCheck::run()
     if (count(CFinding::error) != 0) {
         return;
     }
+    // The reader gets the bytes read once, not the file, which may have changed since.
+    const CMemoryFile bytes(m_content);
+    if (!bytes.valid()) {
+        add(CFinding::error, 0, std::string("cannot hold the file in memory: ") + std::strerror(errno));
+        return;
+    }
     vx::IReadFindings* const before = vx::observeReads(this);
-    const int rc = cfread_parse_with_callback(m_path.c_str(), &CFileCheck::onEntry, this, 1);
+    const int rc = cfread_parse_with_callback(bytes.path().c_str(), &CFileCheck::onEntry, this, 1);
     vx::observeReads(before);
     if (rc == 0 && isApplicationFile(m_installedAs) && m_components.empty() && m_libraries.empty()) {
         add(CFinding::warning, 0,
@@ -95,17 +100,13 @@ void CFileCheck::run()
     }
 }
 
-// Before reading: whether it can be read at all, who could change it, and the line numbers the
-// reader will count.
+// Before reading: whether it can be read at all (once, for all that follows), who could change
+// it, and the line numbers the reader will count.
 void CFileCheck::checkFile()
 {
-    struct stat status { };
-    if (stat(m_path.c_str(), &status) != 0) {
-        add(CFinding::error, 0, std::string("cannot be read: ") + std::strerror(errno));
-        return;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        add(CFinding::error, 0, "not a regular file: programs treat it as missing");
+    std::string error;
+    if (!readOnce(m_path, m_content, error)) {
+        add(CFinding::error, 0, error);
         return;
     }
     const std::string open = worldWritable(m_installedAs);
@@ -114,8 +115,7 @@ void CFileCheck::checkFile()
     }
     // The reader takes a line in pieces of up to 1023 bytes and counts each piece as a line; a
     // piece that does not start with "#" reaches the callback.
-    std::ifstream file(m_path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string& text = m_content;
     std::size_t start = 0;
     for (int physical = 1; start < text.size(); ++physical) {
         std::size_t end = text.find('\n', start);

@@ -35,6 +35,8 @@ public:
     const std::vector<CFinding>& findings() const { return m_findings; }
     const std::vector<CTargetLine>& targets() const { return m_targets; }
     int count(CFinding::ESeverity severity) const;
+    // The bytes checked, read once (empty when the file could not be read).
+    const std::string& content() const { return m_content; }
 
 private:
     // The reader's callback (every line but comments, blank ones included).
@@ -54,6 +56,7 @@ private:
 
     const std::string m_path;
     const std::string m_installedAs;
+    std::string m_content;
     CConfigRead m_read{*this, this};
     std::vector<int> m_entryLines;  // the line number of each entry the reader hands over
     std::size_t m_nextEntry = 0;

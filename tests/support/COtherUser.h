@@ -1,0 +1,58 @@
+// Plays another local user in a security test (the test runs as root): a fork child that drops to
+// that user and group with no supplementary groups, as `setpriv --reuid --regid --clear-groups`
+// does, and runs an attack until the object goes.
+#pragma once
+
+#include <csignal>
+#include <grp.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "runInChild.h"
+
+constexpr int NOBODY = 65534;
+
+class COtherUser {
+public:
+    // Runs `body(ready)` as `uid` in a child; returns once the child called ready() or ended.
+    template <typename Body>
+    COtherUser(int uid, Body body)
+    {
+        int ready[2];
+        if (pipe(ready) != 0) {
+            return;
+        }
+        m_pid = forkWhenOthersSleep();
+        if (m_pid == 0) {
+            close(ready[0]);
+            if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
+                _exit(126);
+            }
+            body([&] {
+                const char c = 'r';
+                (void)!write(ready[1], &c, 1);
+            });
+            _exit(0);
+        }
+        close(ready[1]);
+        char c;
+        m_ready = m_pid > 0 && read(ready[0], &c, 1) == 1;
+        close(ready[0]);
+    }
+    ~COtherUser()
+    {
+        if (m_pid > 0) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
+        }
+    }
+    COtherUser(const COtherUser&) = delete;
+    COtherUser& operator=(const COtherUser&) = delete;
+
+    pid_t pid() const { return m_pid; }
+    bool ready() const { return m_ready; }
+
+private:
+    pid_t m_pid = -1;
+    bool m_ready = false;
+};
