@@ -36,8 +36,9 @@ pid_t pidOfName(const std::string& name)
     }
     const std::size_t dot = name.find('.', prefix);
     const std::size_t end = dot == std::string::npos ? name.size() : dot;
-    // Up to nine digits: every pid the kernel hands out (at most 2^22) and no overflow.
-    if (end - prefix > 9 || !allOf(name, prefix, end, "0123456789") ||
+    // Up to nine digits without a leading 0: every pid the kernel hands out (at most 2^22), one
+    // name each, and no overflow.
+    if (end - prefix > 9 || name[prefix] == '0' || !allOf(name, prefix, end, "0123456789") ||
         (dot != std::string::npos &&
          (name.size() - dot - 1 != NONCE_DIGITS || !allOf(name, dot + 1, name.size(), "0123456789abcdef")))) {
         return -1;

@@ -61,9 +61,10 @@ bool admit(CControlServer::CState& state, int fd, ucred& peer)
     }
     // A fresh connection takes this small line whole. Closing with the request unread resets
     // the connection, but the client reads what was sent to it before it sees the reset.
-    const std::string reason = vexlor_control::joinFields(
-        {"error", "permission denied: only uid " + std::to_string(state.ownerUid) + " and root may control process " +
-             std::to_string(state.ownerPid)});
+    const std::string reason =
+        vexlor_control::joinFields({"error",
+                                    "permission denied: only uid " + std::to_string(state.ownerUid) +
+                                        " and root may control process " + std::to_string(state.ownerPid)});
     send(fd, reason.data(), reason.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     return false;
 }

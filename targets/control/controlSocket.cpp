@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "controlProtocol.h"
+#include "unixSockets.h"
 
 namespace {
 
@@ -33,9 +34,8 @@ int bindAndListen(int fd, const std::string& name)
     return 0;
 }
 
-// Who listens on `name`, as the kernel recorded it when that socket began to listen. A holder
-// that only bound the name accepts no connection and gives no credentials.
-bool holderOf(const std::string& name, ucred& holder)
+// Who listens on `name`, as the kernel recorded it when that socket began to listen.
+bool listenerOf(const std::string& name, ucred& holder)
 {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_un address;
@@ -52,8 +52,13 @@ bool holderOf(const std::string& name, ucred& holder)
 std::string holderText(const std::string& name, pid_t self)
 {
     ucred holder{};
-    if (!holderOf(name, holder)) {
-        return "a process that does not listen on it (it only keeps the name from others)";
+    if (!listenerOf(name, holder)) {
+        // It only holds the name, or fills its queue: the open descriptors tell (to root).
+        holder.pid = CSocketHolders().holderOf(name);
+        holder.uid = static_cast<uid_t>(effectiveUid(holder.pid));
+        if (holder.pid <= 0) {
+            return "a process of another user that takes no connections on it";
+        }
     }
     if (holder.pid == self) {
         throw std::runtime_error("control target: " + quoted(name) +
@@ -74,7 +79,8 @@ unsigned long long nonce()
     if (getrandom(&value, sizeof value, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof value)) {
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
-        value = static_cast<unsigned long long>(now.tv_sec) * 1000000007ull ^ static_cast<unsigned long long>(now.tv_nsec);
+        value =
+            static_cast<unsigned long long>(now.tv_sec) * 1000000007ull ^ static_cast<unsigned long long>(now.tv_nsec);
     }
     return value;
 }

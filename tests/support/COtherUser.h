@@ -49,6 +49,14 @@ public:
     COtherUser(const COtherUser&) = delete;
     COtherUser& operator=(const COtherUser&) = delete;
 
+    // Waits for the child to end by itself: its exit status, -1 when it did not exit.
+    int finish()
+    {
+        int status = 0;
+        const bool exited = m_pid > 0 && waitpid(m_pid, &status, 0) == m_pid && WIFEXITED(status);
+        m_pid = -1;
+        return exited ? WEXITSTATUS(status) : -1;
+    }
     pid_t pid() const { return m_pid; }
     bool ready() const { return m_ready; }
 

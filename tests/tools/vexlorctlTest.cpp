@@ -15,6 +15,7 @@
 
 #include "CCommand.h"
 #include "CCompiledPaths.h"
+#include "COtherUser.h"
 #include "CControlClient.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
@@ -29,7 +30,6 @@ namespace {
 using ::testing::HasSubstr;
 
 const std::string CONTROL_LINE = "target = " VEXLOR_TEST_TARGET_CONTROL "\n";
-constexpr int NOBODY = 65534;
 
 class CVexlorctlTest : public ::testing::Test {
 protected:
@@ -57,7 +57,8 @@ pid_t fakeServer(pid_t pid, const std::string& answer)
     if (child == 0) {
         const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
         sockaddr_un address;
-        const socklen_t length = vexlor_control::socketAddress(vexlor_control::primaryName(pid != 0 ? pid : getpid()), address);
+        const socklen_t length =
+            vexlor_control::socketAddress(vexlor_control::primaryName(pid != 0 ? pid : getpid()), address);
         if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(fd, 1) != 0 ||
             write(ready[1], "r", 1) != 1) {
             _exit(1);

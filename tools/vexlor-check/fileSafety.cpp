@@ -55,8 +55,8 @@ std::string unsafeDestination(const std::string& path)
     }
     const std::string writers = otherWriters(status);
     // In a sticky directory nobody else can remove or rename a file of ours.
-    if (writers.empty() || ((status.st_mode & S_ISVTX) != 0 && trustedOwner(status.st_uid) && exists &&
-                            trustedOwner(file.st_uid))) {
+    if (writers.empty() ||
+        ((status.st_mode & S_ISVTX) != 0 && trustedOwner(status.st_uid) && exists && trustedOwner(file.st_uid))) {
         return std::string();
     }
     return "its directory \"" + directory + "\" " + writers +

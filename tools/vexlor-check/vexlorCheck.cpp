@@ -86,8 +86,8 @@ bool cannotWrite(const std::string& file, const char* what)
 // when it is closed. Without --force a link planted after the check is not followed either.
 bool writeInPlace(const std::string& content, const std::string& file, bool force)
 {
-    const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (force ? 0 : O_NOFOLLOW),
-                        0644);
+    const int fd =
+        open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (force ? 0 : O_NOFOLLOW), 0644);
     if (fd < 0) {
         return cannotWrite(file, "opening");
     }
@@ -141,12 +141,9 @@ int install(const std::string& from, const std::string& file, const COptions& op
 int main(int argc, char** argv)
 {
     COptions options;
-    const option longOptions[] = {{"load", no_argument, nullptr, 'l'},
-                                  {"strict", no_argument, nullptr, 's'},
-                                  {"install", no_argument, nullptr, 'i'},
-                                  {"force", no_argument, nullptr, 'f'},
-                                  {"help", no_argument, nullptr, 'h'},
-                                  {nullptr, 0, nullptr, 0}};
+    const option longOptions[] = {{"load", no_argument, nullptr, 'l'},    {"strict", no_argument, nullptr, 's'},
+                                  {"install", no_argument, nullptr, 'i'}, {"force", no_argument, nullptr, 'f'},
+                                  {"help", no_argument, nullptr, 'h'},    {nullptr, 0, nullptr, 0}};
     for (int option; (option = getopt_long(argc, argv, "h", longOptions, nullptr)) != -1;) {
         switch (option) {
         case 'l': options.load = true; break;

@@ -14,8 +14,9 @@ CAnswerReader::EState CAnswerReader::feed(const char* data, std::size_t size)
     m_pending.append(data, size);
     std::size_t start = 0;
     for (std::size_t end; (end = m_pending.find('\n', start)) != std::string::npos; start = end + 1) {
-        m_fields += 1 + static_cast<std::size_t>(std::count(m_pending.begin() + static_cast<std::ptrdiff_t>(start),
-                                                            m_pending.begin() + static_cast<std::ptrdiff_t>(end), '\t'));
+        m_fields += 1 +
+            static_cast<std::size_t>(std::count(m_pending.begin() + static_cast<std::ptrdiff_t>(start),
+                                                m_pending.begin() + static_cast<std::ptrdiff_t>(end), '\t'));
         if (m_fields > MAX_FIELDS) {
             return m_state = EState::TOO_LONG;
         }

@@ -21,7 +21,6 @@ namespace {
 using CClock = std::chrono::steady_clock;
 
 constexpr std::size_t MAX_PARALLEL = 16;  // processes asked at once
-constexpr auto FULL_QUEUE_PAUSE = std::chrono::milliseconds(10);
 
 class CSocket {
 public:
@@ -130,9 +129,8 @@ CControlReply exchange(int fd, int pid, const std::vector<std::string>& request,
     }
     if (reader.state() == CAnswerReader::EState::TOO_LONG) {
         return failure(CControlReply::notControllable,
-                       processText(pid) + " answers beyond the limit of " +
-                           std::to_string(vexlor_control::MAX_ANSWER) + " bytes or " +
-                           std::to_string(CAnswerReader::MAX_FIELDS) + " fields: not reading further");
+                       processText(pid) + " answers beyond the limit of " + std::to_string(vexlor_control::MAX_ANSWER) +
+                           " bytes or " + std::to_string(CAnswerReader::MAX_FIELDS) + " fields: not reading further");
     }
     CControlReply reply;
     reply.lines = reader.lines();
@@ -145,11 +143,24 @@ CControlReply exchange(int fd, int pid, const std::vector<std::string>& request,
     return reply;
 }
 
+// Who holds `pid`'s names, when no name is served by `pid` itself.
+std::string holderText(const std::string& name, pid_t holder, long uid)
+{
+    return "\"" + vexlor_control::shownName(name) + "\" is held by " +
+        (holder > 0 ? "process " + std::to_string(holder) + " (uid " + std::to_string(uid) + ")"
+                    : std::string("a process of another user"));
+}
+
+// The holders of sockets as this run of vexlorctl first saw them; a look at every process is
+// taken only for a name that gives no credentials, at most once.
+const CSocketHolders& socketHolders()
+{
+    static const CSocketHolders holders;
+    return holders;
+}
+
 CControlReply notServed(int pid, const std::string& heldBy, int error)
 {
-    if (!exists(pid)) {
-        return failure(CControlReply::gone, "no " + processText(pid));
-    }
     if (!heldBy.empty()) {
         return failure(CControlReply::notControllable,
                        processText(pid) + " is not controllable: " + heldBy + ", not by " + processText(pid) +
@@ -167,40 +178,37 @@ CControlReply notServed(int pid, const std::string& heldBy, int error)
 CControlReply askProcess(int pid, const std::vector<std::string>& names, const std::vector<std::string>& request)
 {
     const CClock::time_point deadline = CClock::now() + std::chrono::milliseconds(vexlor_control::ANSWER_DEADLINE_MS);
+    if (!exists(pid)) {
+        return failure(CControlReply::gone, "no " + processText(pid));  // names squatted for pids to come
+    }
     std::vector<std::string> candidates = names;
     if (candidates.empty() || candidates.front() != vexlor_control::primaryName(pid)) {
         candidates.insert(candidates.begin(), vexlor_control::primaryName(pid));
     }
     std::string heldBy;  // the first name of `pid` that another process holds
+    std::string full;  // a name whose listen queue is full: its listener gives no credentials
     int error = ECONNREFUSED;
-    // A name whose listen queue is full is tried again after the others: a Unix socket tells no
-    // moment when it has room, and a squatter's full queue must not hide the process's own name.
-    while (!candidates.empty()) {
-        std::vector<std::string> full;
-        for (const std::string& name : candidates) {
-            CSocket socket;
-            ucred holder{};
-            switch (connectToProcess(socket.fd(), pid, name, holder, error)) {
-            case EConnect::SERVED: return exchange(socket.fd(), pid, request, deadline);
-            case EConnect::QUEUE_FULL: full.push_back(name); break;
-            case EConnect::HELD_BY_OTHER:
-                if (heldBy.empty()) {
-                    heldBy = "\"" + vexlor_control::shownName(name) + "\" is held by process " +
-                        std::to_string(holder.pid) + " (uid " + std::to_string(holder.uid) + ")";
-                }
-                break;
-            case EConnect::ABSENT: break;
-            }
+    for (const std::string& name : candidates) {
+        CSocket socket;
+        ucred holder{};
+        switch (connectToProcess(socket.fd(), pid, name, holder, error)) {
+        case EConnect::SERVED: return exchange(socket.fd(), pid, request, deadline);
+        case EConnect::HELD_BY_OTHER:
+            heldBy = heldBy.empty() ? holderText(name, holder.pid, holder.uid) : heldBy;
+            break;
+        case EConnect::QUEUE_FULL: full = full.empty() ? name : full; break;
+        case EConnect::ABSENT: break;
         }
-        if (!full.empty() && CClock::now() + FULL_QUEUE_PAUSE >= deadline) {
+    }
+    // Our targets accept at once: a queue that stays full is a squatter's, or a program stuck.
+    if (heldBy.empty() && !full.empty()) {
+        const pid_t holder = socketHolders().holderOf(full);
+        if (holder == pid) {
             return failure(CControlReply::notControllable,
-                           processText(pid) + " did not take the connection within " +
-                               std::to_string(vexlor_control::ANSWER_DEADLINE_MS / 1000) + " s");
+                           processText(pid) + " takes no connections on \"" + vexlor_control::shownName(full) +
+                               "\" (its queue is full)");
         }
-        if (!full.empty()) {
-            std::this_thread::sleep_for(FULL_QUEUE_PAUSE);
-        }
-        candidates.swap(full);
+        heldBy = holderText(full, holder, effectiveUid(holder));
     }
     return notServed(pid, heldBy, error);
 }
@@ -220,7 +228,8 @@ std::vector<CControlReply> askEach(const std::vector<int>& pids, const CControlN
     const auto work = [&] {
         for (std::size_t i; (i = next++) < pids.size();) {
             const auto found = names.find(pids[i]);
-            replies[i] = askProcess(pids[i], found != names.end() ? found->second : std::vector<std::string>(), request);
+            replies[i] =
+                askProcess(pids[i], found != names.end() ? found->second : std::vector<std::string>(), request);
         }
     };
     std::vector<std::thread> workers;

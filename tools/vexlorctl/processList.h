@@ -6,6 +6,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "unixSockets.h"
+
 // The listening sockets with a control name (from /proc/net/unix), by the pid each name gives:
 // names only, whoever holds them (see controlProtocol.h). The plain name comes first.
 using CControlNames = std::map<int, std::vector<std::string>>;
@@ -14,7 +16,5 @@ CControlNames controlNames();
 std::vector<int> controllablePids();
 // The short program name the kernel keeps (/proc/<pid>/comm), empty when the process is gone.
 std::string programName(int pid);
-// The process's effective user, -1 when it cannot be read.
-long effectiveUid(int pid);
 // True when this user may ask `pid` (the same user, or root): others are refused by the target.
 bool mayAsk(int pid);

@@ -14,9 +14,10 @@ std::size_t sequenceLength(const std::string& text, std::size_t i)
     if (lead >= 0x20 && lead < 0x7f) {
         return 1;
     }
-    const std::size_t length = lead >= 0xc2 && lead <= 0xdf ? 2 : lead >= 0xe0 && lead <= 0xef ? 3
-        : lead >= 0xf0 && lead <= 0xf4                                                         ? 4
-                                                                                               : 0;
+    const std::size_t length = lead >= 0xc2 && lead <= 0xdf ? 2
+        : lead >= 0xe0 && lead <= 0xef                      ? 3
+        : lead >= 0xf0 && lead <= 0xf4                      ? 4
+                                                            : 0;
     if (length == 0 || i + length > text.size()) {
         return 0;
     }

@@ -88,8 +88,8 @@ int list()
     for (std::size_t i = 0; i < pids.size(); ++i) {
         const CControlReply& reply = replies[i];
         if (reply.status == CControlReply::ok) {
-            rows[pids[i]] = row(field(reply.lines, "application"), field(reply.lines, "program"),
-                                field(reply.lines, "components"));
+            rows[pids[i]] =
+                row(field(reply.lines, "application"), field(reply.lines, "program"), field(reply.lines, "components"));
         } else if (reply.status != CControlReply::gone) {  // gone: ended since the kernel listed it
             rows[pids[i]] = row("-", printable(programName(pids[i])), printable(reply.text));
         }
@@ -192,8 +192,8 @@ int set(const std::string& target, const std::string& component, const std::stri
         for (const auto& line : reply.lines) {
             if (line.size() == 4 && line[0] == "changed") {
                 const unsigned int now = hexField(line[3]);
-                std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, printable(line[1]).c_str(), hexField(line[2]), now,
-                            levelNames(now).c_str());
+                std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, printable(line[1]).c_str(), hexField(line[2]),
+                            now, levelNames(now).c_str());
             }
         }
     }
