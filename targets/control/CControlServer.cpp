@@ -16,6 +16,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <syslog.h>
+#include <unistd.h>
 #include <vector>
 
 #include "CControlState.h"
@@ -31,6 +32,7 @@ constexpr int ACCEPT_RETRY_MS = 1000;  // pause after a failed accept (descripto
 constexpr std::size_t MAX_SESSIONS = 16;
 
 using CSessions = std::vector<std::unique_ptr<CControlSession>>;
+using CClock = CControlSession::CClock;
 
 // The server of this process, for the fork handler. There is at most one: a second could not
 // bind the process's name. An atomic, not a list under a mutex: the fork handler must take no
@@ -99,25 +101,25 @@ int pollTimeout(const CSessions& sessions)
     if (sessions.empty()) {
         return -1;
     }
-    CControlSession::CClock::time_point first = sessions.front()->deadline();
+    CClock::time_point first = sessions.front()->deadline();
     for (const auto& session : sessions) {
         first = std::min(first, session->deadline());
     }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - CControlSession::CClock::now());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - CClock::now());
     return static_cast<int>(std::max<long long>(0, left.count()));
 }
 
 void serveUntilStopped(CControlServer::CState& state)
 {
-    CSessions sessions;
-    std::vector<pollfd> fds;
+    CSessions& sessions = state.sessions;
     for (;;) {
         // A full set leaves new connections waiting in the listen queue.
-        fds.assign({{state.wakeFd, POLLIN, 0}, {sessions.size() < MAX_SESSIONS ? state.listenFd : -1, POLLIN, 0}});
-        for (const auto& session : sessions) {
-            fds.push_back({session->fd(), session->events(), 0});
+        pollfd fds[2 + MAX_SESSIONS] = {{state.wakeFd, POLLIN, 0},
+                                        {sessions.size() < MAX_SESSIONS ? state.listenFd : -1, POLLIN, 0}};
+        for (std::size_t i = 0; i < sessions.size(); ++i) {
+            fds[i + 2] = {sessions[i]->fd(), sessions[i]->events(), 0};
         }
-        if (poll(fds.data(), fds.size(), pollTimeout(sessions)) < 0) {
+        if (poll(fds, 2 + sessions.size(), pollTimeout(sessions)) < 0) {
             if (errno == EINTR) {
                 continue;
             }
@@ -128,7 +130,7 @@ void serveUntilStopped(CControlServer::CState& state)
         if (fds[0].revents != 0 || state.stopping.load()) {
             return;
         }
-        const auto now = CControlSession::CClock::now();
+        const CClock::time_point now = CClock::now();
         for (std::size_t i = sessions.size(); i-- > 0;) {
             const CControlSession::EStep step =
                 fds[i + 2].revents != 0 ? sessions[i]->onReady(state) : CControlSession::EStep::GO_ON;
@@ -149,6 +151,7 @@ void* threadMain(void* argument)
 {
     auto* state = static_cast<CControlServer::CState*>(argument);
     serveUntilStopped(*state);
+    state->sessions.clear();
     state->release();
     return nullptr;
 }
@@ -164,6 +167,20 @@ void pinThisLibrary()
 }
 
 }  // namespace
+
+CControlServer::CState::~CState()
+{
+    if (wakeFd >= 0) {
+        close(wakeFd);
+    }
+}
+
+void CControlServer::CState::release()
+{
+    if (owners.fetch_sub(1) == 1) {
+        delete this;
+    }
+}
 
 CControlServer::CControlServer()
     : m_state(new CState)

@@ -3,12 +3,15 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <set>
 #include <string>
 #include <sys/types.h>
-#include <unistd.h>
+#include <vector>
 
 #include "CControlServer.h"
+
+class CControlSession;
 
 struct CControlServer::CState {
     int listenFd = -1;  // closed by ~CControlServer; -1 in a fork child
@@ -22,14 +25,10 @@ struct CControlServer::CState {
     std::atomic<int> owners{2};  // the server object and the thread
     std::set<uid_t> refusedUids;  // the thread's: each refused user is logged once
     unsigned int acceptFailures = 0;  // the thread's: failed accepts since the last success
+    // The thread's open connections. Kept here, not on its stack, so that a fork child (which
+    // has no such thread) still reaches them and frees them with the rest.
+    std::vector<std::unique_ptr<CControlSession>> sessions;
 
-    void release()
-    {
-        if (owners.fetch_sub(1) == 1) {
-            if (wakeFd >= 0) {
-                close(wakeFd);
-            }
-            delete this;
-        }
-    }
+    ~CState();
+    void release();  // frees the state when the other owner has let go already
 };

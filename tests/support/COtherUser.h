@@ -18,45 +18,28 @@ public:
     template <typename Body>
     COtherUser(int uid, Body body)
     {
-        int ready[2];
-        if (pipe(ready) != 0) {
+        int ready[2] = {-1, -1};
+        char c = 0;
+        if (pipe(ready) != 0 || (m_pid = forkWhenOthersSleep()) != 0) {
+            close(ready[1]);
+            m_ready = m_pid > 0 && read(ready[0], &c, 1) == 1;
+            close(ready[0]);
             return;
         }
-        m_pid = forkWhenOthersSleep();
-        if (m_pid == 0) {
-            close(ready[0]);
-            if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
-                _exit(126);
-            }
-            body([&] {
-                const char c = 'r';
-                (void)!write(ready[1], &c, 1);
-            });
-            _exit(0);
+        if (setgroups(0, nullptr) == 0 && setgid(uid) == 0 && setuid(uid) == 0) {
+            body([&] { (void)!write(ready[1], &c, 1); });
         }
-        close(ready[1]);
-        char c;
-        m_ready = m_pid > 0 && read(ready[0], &c, 1) == 1;
-        close(ready[0]);
+        _exit(126);
     }
     ~COtherUser()
     {
-        if (m_pid > 0) {
-            kill(m_pid, SIGKILL);
+        if (m_pid > 0 && kill(m_pid, SIGKILL) == 0) {
             waitpid(m_pid, nullptr, 0);
         }
     }
     COtherUser(const COtherUser&) = delete;
     COtherUser& operator=(const COtherUser&) = delete;
 
-    // Waits for the child to end by itself: its exit status, -1 when it did not exit.
-    int finish()
-    {
-        int status = 0;
-        const bool exited = m_pid > 0 && waitpid(m_pid, &status, 0) == m_pid && WIFEXITED(status);
-        m_pid = -1;
-        return exited ? WEXITSTATUS(status) : -1;
-    }
     pid_t pid() const { return m_pid; }
     bool ready() const { return m_ready; }
 

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <regex>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -47,35 +49,48 @@ protected:
     CCompiledPaths m_paths;
 };
 
-// A process that binds `pid`'s control name and answers its first request with `answer`, then
-// ends: a stand-in for a socket squatter or a program dying mid-answer.
-pid_t fakeServer(pid_t pid, const std::string& answer)
+// A socket listening on the control name `name` (a name already held fails, and an attacker
+// goes on), or connected to it; -1 on failure.
+int controlSocket(const std::string& name, bool listening)
 {
-    int ready[2];
-    EXPECT_EQ(0, pipe(ready));
-    const pid_t child = fork();
-    if (child == 0) {
-        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address;
-        const socklen_t length =
-            vexlor_control::socketAddress(vexlor_control::primaryName(pid != 0 ? pid : getpid()), address);
-        if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(fd, 1) != 0 ||
-            write(ready[1], "r", 1) != 1) {
-            _exit(1);
-        }
-        const int client = accept(fd, nullptr, nullptr);
-        char request[256];
-        if (client < 0 || read(client, request, sizeof request) <= 0 ||
-            write(client, answer.data(), answer.size()) < 0) {
-            _exit(1);
-        }
-        _exit(0);
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address;
+    const socklen_t length = vexlor_control::socketAddress(name, address);
+    const auto* at = reinterpret_cast<sockaddr*>(&address);
+    return (listening ? bind(fd, at, length) == 0 && listen(fd, 0) == 0 : connect(fd, at, length) == 0) ? fd : -1;
+}
+
+int connectTo(pid_t pid) { return controlSocket(vexlor_control::primaryName(pid), false); }
+
+// What arrives until the peer closes (or a minute passes: a hang guard, not a speed check).
+std::string readToEnd(int fd)
+{
+    std::string text;
+    char buffer[256];
+    pollfd ready{fd, POLLIN, 0};
+    for (ssize_t n = 1; n > 0 && poll(&ready, 1, 60000) == 1;) {
+        n = recv(fd, buffer, sizeof buffer, 0);
+        text.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
     }
-    char c;
-    EXPECT_EQ(1, read(ready[0], &c, 1));
-    close(ready[0]);
-    close(ready[1]);
-    return child;
+    return text;
+}
+
+// The attack of a process that listens on `pid`'s control name (its own for 0): answer each
+// connection with `answer` (one over 4096 bytes: again and again, without end), or only the
+// first and end (`once`).
+auto serving(pid_t pid, const std::string& answer, bool once = false)
+{
+    return [=](auto ready) {
+        const int listener = controlSocket(vexlor_control::primaryName(pid != 0 ? pid : getpid()), true);
+        ready();
+        for (int fd; (fd = accept(listener, nullptr, nullptr)) >= 0; close(fd)) {
+            while (send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) > 0 && answer.size() > 4096) {
+            }
+            if (once) {
+                _exit(0);
+            }
+        }
+    };
 }
 
 TEST(VexlorctlLevels, ReadsHexBitStringsAndLevelNames)
@@ -147,14 +162,11 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
 
 TEST_F(CVexlorctlTest, ReportsProcessesItCannotAskInOneLine)
 {
-    // A socket under this process's name, held by another process.
-    const pid_t squatter = fakeServer(getpid(), "ok\n");
+    // A socket under this process's name, held by another process; one that ends mid-answer.
+    const COtherUser squatter(getuid(), serving(getpid(), "ok\n"));
     const CCommandResult impostor = ctl({"show", std::to_string(getpid())});
-    kill(squatter, SIGKILL);
-    waitpid(squatter, nullptr, 0);
-    const pid_t dying = fakeServer(0, "pid\t1\n");
-    const CCommandResult ended = ctl({"show", std::to_string(dying)});
-    waitpid(dying, nullptr, 0);
+    const COtherUser dying(getuid(), serving(0, "pid\t1\n", true));
+    const CCommandResult ended = ctl({"show", std::to_string(dying.pid())});
 
     const std::string self = std::to_string(getpid());
     const std::vector<std::tuple<CCommandResult, std::string>> cases = {
@@ -162,9 +174,9 @@ TEST_F(CVexlorctlTest, ReportsProcessesItCannotAskInOneLine)
         {ctl({"show", self}), "process " + self + " is not controllable"},
         {ctl({"set", "nosuchapplication", "net", "1"}), "no controllable process of yours has the application name"},
         {impostor,
-         "\"@vexlor-control/" + self + "\" is held by process " + std::to_string(squatter) + " (uid " +
+         "\"@vexlor-control/" + self + "\" is held by process " + std::to_string(squatter.pid()) + " (uid " +
              std::to_string(geteuid()) + "), not by process " + self},
-        {ended, "process " + std::to_string(dying)},
+        {ended, "process " + std::to_string(dying.pid())},
     };
     for (const auto& [result, message] : cases) {
         EXPECT_EQ(1, result.status) << message;
@@ -245,6 +257,94 @@ TEST_F(CVexlorctlTest, ForkChildNeitherKeepsTheSocketNorHangsAtExit)
         int status = 0;
         return waitpid(child, &status, WNOHANG) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }));
+}
+
+class CHostileUserTest : public CVexlorctlTest {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "needs root to play another user";
+        }
+        m_paths.writeDefaultConfig(CONTROL_LINE);
+    }
+};
+
+TEST_F(CHostileUserTest, SquattedNamesNeitherSilenceAProgramNorMisleadTheOperator)
+{
+    // The old repro: the other user binds the names of this process and of the next pids.
+    int last = 0;
+    std::ifstream("/proc/sys/kernel/ns_last_pid") >> last;
+    const std::string self = std::to_string(getpid());
+    const COtherUser squatter(NOBODY, [&](auto ready) {
+        // `last`: the test process; its own pid: a name that stands for no pid ("/0").
+        for (int pid = last; pid <= last + 300; ++pid) {
+            controlSocket(vexlor_control::primaryName(pid == last ? getppid() : pid == getpid() ? 0 : pid), true);
+        }
+        ready();
+        pause();
+    });
+    ASSERT_TRUE(squatter.ready());
+    const std::string held = " is held by process " + std::to_string(squatter.pid()) + " (uid 65534)";
+    CSyslogCapture syslog;
+    vexlor_create_component("net", VX_WARN, "");  // starts the library, which loads the target
+    EXPECT_EQ(1,
+              syslog.countContaining("control target: \"@vexlor-control/" + self + "\"" + held +
+                                     "; serving on \"@vexlor-control/" + self + "."));
+    CChildProcess app({VEXLOR_TEST_CONTROLLED_APP, "squatted"});
+    ASSERT_EQ("ready", app.readLine());
+    ASSERT_TRUE(app.pid() <= last + 300) << "the machine started 300 processes meanwhile";
+    const COtherUser plain(0, [](auto ready) { ready(), pause(); });  // a fork child has no control target
+
+    EXPECT_EQ(0, ctl({"set", "squatted", "net", "debug"}).status);
+    EXPECT_EQ(0, ctl({"show", self}).status);
+    const std::string pid = std::to_string(plain.pid());
+    if (plain.pid() <= last + 300) {
+        EXPECT_EQ("vexlorctl: process " + pid + " is not controllable: \"@vexlor-control/" + pid + "\"" + held +
+                      ", not by process " + pid + " (not asking it)\n",
+                  ctl({"show", pid}).err);
+    }
+}
+
+TEST_F(CHostileUserTest, ServesRootWhileAClientDribblesAndTurnsOtherUsersAwayAtOnce)
+{
+    vexlor_create_component("net", VX_WARN, "");
+    // Another user is answered before sending a byte, so holds no connection.
+    const COtherUser silent(NOBODY, [](auto ready) {
+        readToEnd(connectTo(getppid())).find("error\tpermission denied") == 0 ? ready() : void();
+    });
+    EXPECT_TRUE(silent.ready());
+    // Root's own client that sends a byte every 1.5 s (the old repro) is cut at its deadline,
+    // unanswered, and nobody waits behind it.
+    bool answered = true;
+    std::thread dribbler([&] {
+        const int fd = connectTo(getpid());
+        for (std::size_t i = 0; i < 5 && send(fd, &"info\n"[i], 1, MSG_NOSIGNAL) == 1; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        }
+        answered = readToEnd(fd).find("ok\n") != std::string::npos;
+        close(fd);
+    });
+    const CCommandResult shown = ctl({"show", std::to_string(getpid())});
+    EXPECT_EQ(0, shown.status) << shown.err;
+    dribbler.join();
+    EXPECT_FALSE(answered);
+}
+
+TEST_F(CHostileUserTest, BoundsAndEscapesWhatAnotherUsersProgramAnswers)
+{
+    const COtherUser escapes(NOBODY,
+                             serving(0,
+                                     "application\t\x1b]0;owned\x07\x1b[2J\xc2\x9b"
+                                     "1m\nok\n"));
+    const COtherUser endless(NOBODY, serving(0, std::string(8192, 'x')));
+    ASSERT_TRUE(escapes.ready() && endless.ready());
+    const CCommandResult list = ctl({"list"});
+    EXPECT_EQ(0, list.status);
+    EXPECT_EQ(std::string::npos, list.out.find_first_of("\x1b\x07\x9b"));
+    EXPECT_THAT(list.out, HasSubstr(" \\x1b]0;owned\\x07\\x1b[2J\\xc2\\x9b1m "));
+    EXPECT_THAT(list.out, HasSubstr(std::to_string(endless.pid()) + " answers beyond the limit of 4194304 bytes"));
+    EXPECT_THAT(ctl({"show", std::to_string(endless.pid())}).err, HasSubstr(" answers beyond the limit of "));
 }
 
 }  // namespace
