@@ -67,11 +67,13 @@ bool readOnce(const std::string& path, std::string& content, std::string& error)
 CMemoryFile::CMemoryFile(const std::string& content)
     : m_fd(memfd_create("vexlor-check", MFD_CLOEXEC | MFD_ALLOW_SEALING))
 {
-    if (m_fd >= 0 &&
-        (!writeAll(m_fd, content) ||
-         fcntl(m_fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0)) {
+    if (m_fd >= 0 && !writeAll(m_fd, content)) {
         close(m_fd);
         m_fd = -1;
+    }
+    // Only this process holds it; the seals say so to the kernel too, where it knows them.
+    if (m_fd >= 0) {
+        fcntl(m_fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL);
     }
 }
 
