@@ -1,7 +1,7 @@
 // Another local user (uid 65534, played through setpriv) tries to make a root program's file target
 // append to a root-only file: a symbolic link planted at the log path before start or swapped in
-// while it runs, a directory that user can write, a file of that user's. The victim is never
-// written, and syslog says why the path was refused.
+// while it runs (after a move, after a removal), a directory that user can write, a file of that
+// user's. The victim is never written, and syslog says why the path was refused.
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -10,98 +10,62 @@
 
 namespace {
 
-constexpr unsigned NOBODY = 65534;
+using CFileTargetOtherUserTest = CFileTargetFixture;
 
-class CFileTargetOtherUserTest : public CFileTargetFixture {
-protected:
-    CFileTargetOtherUserTest()
-    {
-        chmod(m_dir.path().c_str(), 0755);  // the other user may pass through
-        writeFile(m_victim, "secret\n");
-        chmod(m_victim.c_str(), 0600);
+TEST_F(CFileTargetOtherUserTest, NeverWritesWhereAnotherUserCouldHaveRedirectedThePath)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "plays another user: needs root";
     }
-
-    // Runs `command` with sh as the other user; its exit status.
-    static int asOtherUser(const std::string& command)
-    {
+    const std::string victim = m_dir.write("victim", "secret\n");
+    chmod(victim.c_str(), 0600);
+    chmod(m_dir.path().c_str(), 0755);  // the other user may pass through
+    std::string plant;  // what the other user does, as one shell command
+    for (const auto& [name, mode, owner] :
+         {std::tuple("open", 0777, 0), {"theirs", 0755, 65534}, {"sticky", 01777, 0}}) {
+        std::filesystem::create_directory(logPath(name));
+        chmod(logPath(name).c_str(), static_cast<mode_t>(mode));
+        ASSERT_EQ(0, chown(logPath(name).c_str(), static_cast<uid_t>(owner), static_cast<gid_t>(owner)));
+        plant += "ln -s " + victim + " " + logPath(name) + "/link.log; ";
+    }
+    const auto asOtherUser = [](const std::string& command) {
         return std::system(("setpriv --reuid=65534 --regid=65534 --clear-groups sh -c '" + command + "'").c_str());
-    }
-    // A directory in the log directory with this mode and owner.
-    std::string directory(const std::string& name, mode_t mode, uid_t owner = 0) const
-    {
-        const std::string path = logPath(name);
-        std::filesystem::create_directory(path);
-        chmod(path.c_str(), mode);
-        EXPECT_EQ(0, chown(path.c_str(), owner, owner));
-        return path;
-    }
-
-    const std::string m_victim = m_dir.file("victim");
-};
-
-TEST_F(CFileTargetOtherUserTest, RefusesAPathThatAnotherUserCouldHaveRedirected)
-{
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "plays another user: needs root";
-    }
-    const std::string open = directory("open", 0777);
-    const std::string theirs = directory("theirs", 0755, NOBODY);
-    const std::string sticky = directory("sticky", 01777);
-    ASSERT_EQ(0,
-              asOtherUser("ln -s " + m_victim + " " + open + "/app.log && ln -s " + m_victim + " " + theirs +
-                          "/app.log && ln -s " + m_victim + " " + sticky + "/link.log && echo >" + sticky +
-                          "/their.log"));
-    const std::pair<std::string, std::string> cases[] = {
-        {open + "/app.log",
-         "its directory " + open +
-             " (mode 0777, owner uid 0, group gid 0) can be written by other "
-             "users and has no sticky bit"},
-        {theirs + "/app.log",
-         "its directory " + theirs +
-             " (mode 0755, owner uid 65534, group gid 65534) can be "
-             "written by other users and has no sticky bit"},
-        {sticky + "/link.log", "is a symbolic link, which is not followed"},
-        {sticky + "/their.log",
-         "it belongs to uid 65534, not to this program's user, and its directory " + sticky +
-             " (mode 1777, owner uid 0, group gid 0) can be written by other users"},
     };
-    for (const auto& [path, why] : cases) {
-        m_syslog.clear();
-        read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + "\n");
-        EXPECT_EQ(1, m_syslog.countContaining("file target \"file\": path=" + path + ": cannot open: " + why)) << path;
+    ASSERT_EQ(0, asOtherUser(plant + "echo >" + logPath("sticky/their.log")));
+    const std::string others = " can be written by other users";
+    const std::pair<std::string, std::string> planted[] = {
+        {"open/link.log", "its directory " + logPath("open") + " (mode 0777, owner uid 0, group gid 0)" + others},
+        {"theirs/link.log",
+         "its directory " + logPath("theirs") + " (mode 0755, owner uid 65534, group gid 65534)" + others},
+        {"sticky/link.log", "is a symbolic link, which is not followed"},
+        {"sticky/their.log",
+         "it belongs to uid 65534, not to this program's user, and its directory " + logPath("sticky") +
+             " (mode 1777, owner uid 0, group gid 0)" + others},
+    };
+    for (const auto& [file, why] : planted) {
+        read(fileTarget(file, "pattern=%m"));
+        EXPECT_EQ(1, m_syslog.countContaining("path=" + logPath(file) + ": cannot open: " + why)) << file;
     }
-    EXPECT_EQ("secret\n", readFile(m_victim));
-}
 
-// In a sticky directory such as /tmp the other user cannot touch the program's file, but may take
-// its name once the file has gone: after a move (logrotate) and after a removal.
-TEST_F(CFileTargetOtherUserTest, NeverFollowsALinkSwappedInWhileItRuns)
-{
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "plays another user: needs root";
-    }
-    const std::string path = directory("sticky", 01777) + "/app.log";
-    read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + ", pattern=%m\n");
+    // Swapped in while it runs: in a sticky directory the name is free once root moved or removed the file.
+    const std::string path = logPath("sticky/app.log");
+    const std::string who = "file target \"file\" (" + path + "): ";
+    read(fileTarget("sticky/app.log", "pattern=%m"));
     logRecords(0, 1);
     ASSERT_EQ(0, std::rename(path.c_str(), (path + ".1").c_str()));
-    ASSERT_EQ(0, asOtherUser("ln -s " + m_victim + " " + path));
-    const std::string who = "file target \"file\" (" + path + ")";
+    ASSERT_EQ(0, asOtherUser("ln -s " + victim + " " + path));
     ASSERT_TRUE(m_syslog.waitFor(who +
-                                 ": cannot reopen: is a symbolic link, which is not followed; writing on to the "
+                                 "cannot reopen: is a symbolic link, which is not followed; writing on to the "
                                  "moved file"));
     logRecords(1, 1);
     EXPECT_EQ(range(0, 2), recordNumbers(linesOf(path + ".1")));
     std::filesystem::remove(path + ".1");
-    int next = 2;
     ASSERT_TRUE(waitUntil([&] {
-        logRecords(next++, 1);
-        return m_syslog.contains(who +
-                                 ": reopen failed: is a symbolic link, which is not followed; records are lost "
-                                 "until it works again (tried again with every record)");
+        logRecords(2, 1);
+        return m_syslog.countStarting(who + "reopen failed: is a symbolic link, which is not followed", LOG_ERR) == 1;
     }));
     read("");
-    EXPECT_EQ("secret\n", readFile(m_victim));
-    EXPECT_EQ(1, m_syslog.countStarting(who + ": reopen failed: is a symbolic link", LOG_ERR));
+    EXPECT_EQ("secret\n", readFile(victim));
 }
 
 }  // namespace

@@ -1,9 +1,5 @@
 // The file target writing real files: lines, several files in one configuration, the application
-// name in the path, a file removed or moved or replaced by a FIFO, the buffer and its thread, and
-// fork children.
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
+// name in the path, a file removed or moved, the buffer and its thread, and fork children.
 #include <unistd.h>
 
 #include "CFileTargetFixture.h"
@@ -54,39 +50,6 @@ TEST_F(CFileTargetTest, MakesTheFileAgainAfterARemovalOrAMoveNobodyFollowedUp)
     logRecords(next, 1);
     read("");
     EXPECT_EQ(recordText(next), linesOf(path).back());
-}
-
-// A FIFO renamed over the file is refused, never written to or waited on; the records logged
-// meanwhile are counted, and the count is the first line of the file made again.
-TEST_F(CFileTargetTest, CountsTheRecordsLostWhileAFifoTakesTheFilesPlace)
-{
-    const std::string path = logPath("a.log");
-    const auto before = descriptorsAndThreads();
-    read(fileTarget("a.log", "pattern=%m"));
-    logRecords(0, 10);
-    ASSERT_EQ(0, mkfifo(logPath("fifo").c_str(), 0600));
-    // A reader lets the target's open succeed: only the check of the file's type refuses it then.
-    const int reader = ::open(logPath("fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_EQ(0, std::rename(logPath("fifo").c_str(), path.c_str()));
-    pollfd hangUp{reader, 0, 0};  // the target opened the FIFO and closed it again
-    ASSERT_TRUE(waitUntil([&] { return poll(&hangUp, 1, 0) == 1; }));
-    logRecords(10, 20);
-    char data;
-    EXPECT_EQ(0, ::read(reader, &data, 1));  // nothing written into it
-    close(reader);
-    ASSERT_EQ(0, std::remove(path.c_str()));
-    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(path); }));
-    logRecords(30, 1);
-    read("");
-    const std::string who = "file target \"file\" (" + path + ")";
-    const std::string reason = "reopen failed: is a FIFO, not a regular file";
-    EXPECT_EQ(std::vector<std::string>({"vexlor: " + who + ": 20 records lost (" + reason + ")", recordText(30)}),
-              linesOf(path));
-    EXPECT_EQ(1,
-              m_syslog.count(who + ": " + reason +
-                             "; records are lost until it works again (tried again with every record)"));
-    EXPECT_EQ(1, m_syslog.count(who + ": works again; 20 records were lost (" + reason + ")"));
-    EXPECT_EQ(before, descriptorsAndThreads());
 }
 
 TEST_F(CFileTargetTest, BuffersUntilTheBufferFillsAnUrgentRecordComesTheTimerRunsOrItIsUnloaded)

@@ -76,84 +76,28 @@ std::size_t drain(int fd)
     return count;
 }
 
-class CJournalTargetTest : public CTargetFixture {
-protected:
-    // Runs `body` on a thread of its own with a private /run, where the stand-in can take the
-    // journal's place; the rest of the process and the machine keep theirs.
-    template <typename Body>
-    void withPrivateRun(Body body)
-    {
-        std::string why;
-        std::thread worker([&] {
-            CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
-            why = mounts.why();
-            if (mounts.ok()) {
-                mounts.tmpfs("/run", "1m");
-                std::filesystem::create_directories("/run/systemd/journal");
-                body();
-            }
-        });
-        worker.join();
-        if (!why.empty()) {
-            GTEST_SKIP() << why;
-        }
-    }
-};
+using CJournalTargetTest = CTargetFixture;
 
-// A journal that stops reading (stopped, hung) or whose socket is gone for a moment (restarting):
-// every log call returns at once, and the records it did not take are counted exactly.
-TEST_F(CJournalTargetTest, CountsWhatTheJournalDidNotTakeWithoutHoldingTheLogCallUp)
+// On a thread of its own with a private /run, where the stand-in can take the journal's place;
+// the rest of the process and the machine keep theirs.
+TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefusesWithoutAJournal)
 {
-    withPrivateRun([&] {
-        const auto before = descriptorsAndThreads();
-        int journal = journalStandIn();
-        read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
-        const std::string who = "journal target \"journal\" (/run/systemd/journal/socket)";
-        const std::string full = "send failed: the journal takes nothing (its queue stayed full)";
-        const std::string gone = "send failed: No such file or directory";
-        for (const std::string& reason : {full, gone}) {
-            if (reason == gone) {
-                close(journal);
-                std::filesystem::remove("/run/systemd/journal/socket");
-            }
-            auto longest = std::chrono::steady_clock::duration::zero();
-            for (int n = 0; n < 2000; ++n) {
-                const auto start = std::chrono::steady_clock::now();
-                log(VX_INFO, "record " + std::to_string(n));
-                longest = std::max(longest, std::chrono::steady_clock::now() - start);
-            }
-            EXPECT_LT(longest, std::chrono::seconds(1)) << reason;  // a hang guard, not a speed check
-            const std::size_t taken = reason == gone ? 0 : drain(journal);
-            if (reason == gone) {
-                journal = journalStandIn();
-            }
-            log(VX_INFO, "after");
-            EXPECT_EQ(1u, drain(journal));
-            EXPECT_EQ(1,
-                      m_syslog.count(who + ": " + reason +
-                                         "; records are lost until it works again (tried again with every record)",
-                                     LOG_ERR));
-            EXPECT_EQ(1,
-                      m_syslog.count(who + ": works again; " + std::to_string(2000 - taken) + " records were lost (" +
-                                         reason + ")",
-                                     LOG_WARNING));
+    std::string why;
+    std::thread worker([&] {
+        CPrivateMounts mounts;  // this thread's alone: unshare copies the thread's file system context
+        why = mounts.why();
+        if (!mounts.ok()) {
+            return;
         }
-        read("");
-        close(journal);
-        EXPECT_EQ(before, descriptorsAndThreads());
-    });
-}
-
-TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
-{
-    withPrivateRun([&] {
+        mounts.tmpfs("/run", "1m");
+        std::filesystem::create_directories("/run/systemd/journal");
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
         EXPECT_EQ(1,
-                  m_syslog.count("journal target \"journal\": no journal at /run/systemd/journal/socket - No such "
-                                 "file or directory (is systemd-journald running?)",
-                                 LOG_ERR));
+                  m_syslog.countContaining("no journal at /run/systemd/journal/socket - No such file or directory "
+                                           "(is systemd-journald running?)"));
 
-        const int journal = journalStandIn();
+        const auto before = descriptorsAndThreads();
+        int journal = journalStandIn();
         read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
         m_container.log(42, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
         log(VX_DEBUG, "filtered out by levels=");
@@ -181,8 +125,39 @@ TEST_F(CJournalTargetTest, SendsEveryFieldAndRefusesWithoutAJournal)
         };
         // Whole entries compared: no CODE_FILE or CODE_LINE of the target's own source either.
         EXPECT_EQ(expected, receive(journal, 2));
+
+        // A journal that stops reading, then one whose socket is gone for a moment: no log call
+        // waits (the limit is a hang guard), and what the journal did not take is counted exactly.
+        const std::string who = "journal target \"j\" (/run/systemd/journal/socket): ";
+        for (const std::string reason :
+             {"the journal takes nothing (its queue stayed full)", "No such file or directory"}) {
+            const bool gone = reason[0] == 'N';
+            if (gone) {
+                close(journal);
+                std::filesystem::remove("/run/systemd/journal/socket");
+            }
+            const auto start = std::chrono::steady_clock::now();
+            for (int n = 0; n < 2000; ++n) {
+                log(VX_ERR, "record");
+            }
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+            const std::size_t taken = gone ? 0 : drain(journal);
+            journal = gone ? journalStandIn() : journal;
+            log(VX_ERR, "after");
+            EXPECT_EQ(1u, drain(journal));
+            EXPECT_EQ(1,
+                      m_syslog.count(who + "send failed: " + reason +
+                                     "; records are lost until it works again (tried again with every record)"));
+            EXPECT_EQ(1,
+                      m_syslog.count(who + "works again; " + std::to_string(2000 - taken) +
+                                     " records were lost (send failed: " + reason + ")"));
+        }
+        read("");
         close(journal);
+        EXPECT_EQ(before, descriptorsAndThreads());
     });
+    worker.join();
+    ASSERT_EQ("", why) << "no private mount namespace";
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // What the shipped targets refuse to be created with: each time one syslog error that names the
 // parameter and its value (the wording is the target's), and no target loaded. A FIFO where a
 // file belongs is refused at once, never waited on.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <syslog.h>
 
 #include "CTargetFixture.h"
@@ -16,6 +18,7 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
     const std::string remote = VEXLOR_TEST_TARGET_REMOTE ", host=h, ";
     const std::string fifo = m_dir.file("fifo");
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // the writer's open succeeds then
     const std::string junk = m_dir.write("junk.pem", "not a certificate\n");
     const std::string missing = m_dir.file("missing/a.log");
     // The target line, and the parameter as the refusal must quote it.
@@ -56,6 +59,7 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         EXPECT_EQ(1, refusals) << line;
         EXPECT_EQ(1, m_syslog.countContaining("Unable to create LogTarget")) << line;
     }
+    close(reader);
 }
 
 }  // namespace
