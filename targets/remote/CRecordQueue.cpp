@@ -1,10 +1,36 @@
-// The bounded record queue: a ring of reusable slots.
+// The record queue: a ring of variable-length entries. An entry is a fixed header followed by
+// its five texts, padded to 8 bytes; an entry never wraps around the ring's end: where it would,
+// a header of size 0 says "go on at the ring's beginning".
 #include "CRecordQueue.h"
 
-#include <utility>
+#include <cstring>
 
-CRecordQueue::CRecordQueue(std::size_t capacity, CWaiter& waiter)
-    : m_capacity(capacity)
+#include "Rfc5424.h"
+
+namespace {
+
+constexpr std::size_t ALIGNMENT = 8;
+
+struct CEntryHeader {
+    std::uint32_t size;  // of the whole entry, a multiple of ALIGNMENT; 0: go on at the ring's beginning
+    std::uint32_t sequence;
+    std::int64_t seconds;
+    std::int32_t pid, depth, microseconds, severity;
+    std::uint32_t lengths[5];  // appname, thread, component, function, message
+};
+
+std::size_t padded(std::size_t size) { return (size + ALIGNMENT - 1) & ~(ALIGNMENT - 1); }
+
+std::size_t cutLength(const std::string& text, std::size_t limit) { return utf8PrefixLength(text, limit); }
+
+}  // namespace
+
+static_assert(sizeof(CEntryHeader) + ALIGNMENT <= 64, "LARGEST_RECORD allows 64 bytes for the header");
+
+CRecordQueue::CRecordQueue(std::size_t maxRecords, std::size_t maxBytes, CWaiter& waiter)
+    : m_maxRecords(maxRecords)
+    , m_capacity(maxBytes & ~(ALIGNMENT - 1))
+    , m_ring(new char[m_capacity])  // not value-initialised: the pages stay untouched until used
     , m_waiter(waiter)
 {
 }
@@ -13,31 +39,42 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
                         const std::string& appname, const std::string& thread, const std::string& component,
                         const std::string& function, const std::string& message)
 {
-    bool stored = false;
+    const std::string* const texts[5] = {&appname, &thread, &component, &function, &message};
+    CEntryHeader header{0, 0, seconds, pid, depth, microseconds, severity, {}};
+    std::size_t size = sizeof header;
+    for (int i = 0; i < 5; ++i) {
+        header.lengths[i] = static_cast<std::uint32_t>(cutLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
+        size += header.lengths[i];
+    }
+    size = padded(size);
+    header.size = static_cast<std::uint32_t>(size);
+
     bool wake = false;
+    bool stored = false;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
-        if (m_count == m_capacity) {
+        // RFC 5424's sequenceId: 1 to 2147483647, then 1 again.
+        m_sequence = m_sequence == 2147483647 ? 1 : m_sequence + 1;
+        header.sequence = m_sequence;
+        std::size_t offset = static_cast<std::size_t>(m_tail % m_capacity);
+        const std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
+        if (m_count == m_maxRecords || m_tail - m_head + skip + size > m_capacity) {
             wake = m_dropped++ == 0;
         } else {
-            std::size_t index = m_first + m_count;
-            if (index >= m_capacity) {
-                index -= m_capacity;
+            if (skip != 0) {
+                const std::uint32_t wrap = 0;
+                std::memcpy(&m_ring[offset], &wrap, sizeof wrap);
+                m_tail += skip;
+                offset = 0;
             }
-            if (index == m_slots.size()) {
-                m_slots.emplace_back();
+            char* at = &m_ring[offset];
+            std::memcpy(at, &header, sizeof header);
+            at += sizeof header;
+            for (int i = 0; i < 5; ++i) {
+                std::memcpy(at, texts[i]->data(), header.lengths[i]);
+                at += header.lengths[i];
             }
-            CQueuedRecord& slot = m_slots[index];
-            slot.pid = pid;
-            slot.depth = depth;
-            slot.seconds = seconds;
-            slot.microseconds = microseconds;
-            slot.severity = severity;
-            slot.appname.assign(appname);
-            slot.thread.assign(thread);
-            slot.component.assign(component);
-            slot.function.assign(function);
-            slot.message.assign(message);
+            m_tail += size;
             ++m_count;
             stored = true;
             // Only the record that ends the sender's sleep pays for a wake-up.
@@ -51,29 +88,62 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     return stored;
 }
 
-bool CRecordQueue::pop(CQueuedRecord& record, unsigned long long& dropped)
+CRecordQueue::Position CRecordQueue::begin() const
 {
     std::lock_guard<std::mutex> guard(m_mutex);
-    dropped = m_dropped;
-    m_dropped = 0;
-    if (m_count == 0) {
-        m_senderAsleep = true;
-        return false;
+    return m_head;
+}
+
+CRecordQueue::Position CRecordQueue::end() const
+{
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return m_tail;
+}
+
+void CRecordQueue::read(Position& position, CQueuedRecord& record) const
+{
+    std::size_t offset = static_cast<std::size_t>(position % m_capacity);
+    CEntryHeader header;
+    std::memcpy(&header.size, &m_ring[offset], sizeof header.size);
+    if (header.size == 0) {
+        position += m_capacity - offset;
+        offset = 0;
     }
-    CQueuedRecord& slot = m_slots[m_first];
-    record.pid = slot.pid;
-    record.depth = slot.depth;
-    record.seconds = slot.seconds;
-    record.microseconds = slot.microseconds;
-    record.severity = slot.severity;
-    std::swap(record.appname, slot.appname);
-    std::swap(record.thread, slot.thread);
-    std::swap(record.component, slot.component);
-    std::swap(record.function, slot.function);
-    std::swap(record.message, slot.message);
-    m_first = m_first + 1 == m_capacity ? 0 : m_first + 1;
-    --m_count;
-    return true;
+    std::memcpy(&header, &m_ring[offset], sizeof header);
+    record.pid = header.pid;
+    record.depth = header.depth;
+    record.seconds = header.seconds;
+    record.microseconds = header.microseconds;
+    record.severity = header.severity;
+    record.sequence = header.sequence;
+    const char* text = &m_ring[offset + sizeof header];
+    std::string_view* const views[5] = {&record.appname, &record.thread, &record.component, &record.function,
+                                        &record.message};
+    for (int i = 0; i < 5; ++i) {
+        *views[i] = std::string_view(text, header.lengths[i]);
+        text += header.lengths[i];
+    }
+    position += header.size;
+}
+
+CRecordQueue::Position CRecordQueue::release(Position position, std::size_t records)
+{
+    std::lock_guard<std::mutex> guard(m_mutex);
+    m_head = position;
+    m_count -= records;
+    if (m_count == 0 && m_tail % m_capacity != 0) {
+        // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
+        m_tail += m_capacity - m_tail % m_capacity;
+        m_head = m_tail;
+    }
+    return m_head;
+}
+
+bool CRecordQueue::sleepAfter(Position position)
+{
+    std::lock_guard<std::mutex> guard(m_mutex);
+    m_senderAsleep = m_tail == position;
+    return m_senderAsleep;
 }
 
 unsigned long long CRecordQueue::takeDropped()

@@ -1,45 +1,69 @@
-// The bounded queue between the log calls and the sender thread. A log call copies its record
-// into a slot and returns; when all slots are taken the newest record is dropped and counted.
-// Slots are reused and their strings swapped with the sender's, so that once the queue has been
-// filled a record costs no allocation on either side.
+// The bounded queue between the log calls and the sender thread: one ring of bytes, into which a
+// log call copies its record and returns. Bounded in records (queue=) and in bytes (queue-bytes=,
+// the ring's size, taken once as address space; pages are touched as records need them, and an
+// emptied queue starts again at the ring's beginning). When a record does not fit, it is dropped
+// and counted. A record stays in the ring until the sender releases it: while it is in flight to
+// the relay too, so that it can be sent again after a broken connection.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "CQueuedRecord.h"
 #include "CWaiter.h"
 
 class CRecordQueue {
 public:
-    // Wakes `waiter` when a record arrives while the sender sleeps.
-    CRecordQueue(std::size_t capacity, CWaiter& waiter);
+    // A place in the ring's endless sequence of bytes; the byte is at position % the ring's size.
+    using Position = std::uint64_t;
 
-    // Log callers: copies the record in; false when it was dropped because the queue is full.
+    // Texts longer than these are cut (on a UTF-8 boundary) when queued.
+    static constexpr std::size_t NAME_LIMIT = 1024;  // application, thread, component, function
+    static constexpr std::size_t MESSAGE_LIMIT = 16384;
+    // The room the longest record takes: queue-bytes= must give at least a few of them.
+    static constexpr std::size_t LARGEST_RECORD = 64 + 4 * NAME_LIMIT + MESSAGE_LIMIT;
+
+    // Wakes `waiter` when a record arrives while the sender sleeps. Throws std::bad_alloc when
+    // the ring cannot be had.
+    CRecordQueue(std::size_t maxRecords, std::size_t maxBytes, CWaiter& waiter);
+
+    // Log callers: copies the record in and gives it the next sequence number; false when it was
+    // dropped (it used its number all the same, so that the receiver sees the gap).
     bool push(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
               const std::string& thread, const std::string& component, const std::string& function,
               const std::string& message);
 
-    // The sender: moves the oldest record into `record` and returns true; with an empty queue
-    // returns false, and then a later push wakes the waiter. `dropped` receives the number of
-    // records dropped since the last call that reported them (and that count restarts at 0).
-    bool pop(CQueuedRecord& record, unsigned long long& dropped);
-
+    // The sender: where the oldest record it has not released starts, and where the newest ends.
+    Position begin() const;
+    Position end() const;
+    // The sender: the record at `position` (before end()), whose texts stay valid until it is
+    // released; moves `position` past it.
+    void read(Position& position, CQueuedRecord& record) const;
+    // The sender: frees the `records` records before `position`; returns begin(), which moves
+    // past `position` when the queue is left empty.
+    Position release(Position position, std::size_t records);
+    // The sender: when no record lies past `position`, notes that the sender sleeps (the next push
+    // wakes it) and returns true.
+    bool sleepAfter(Position position);
     // The sender: the number of records dropped since it last took that count. The first drop
     // after a take wakes the sender, so that it can report the start of a run of drops.
     unsigned long long takeDropped();
-
+    // Records held, those in flight included.
     std::size_t size() const;
 
 private:
     mutable std::mutex m_mutex;
-    const std::size_t m_capacity;
+    const std::size_t m_maxRecords;
+    const std::size_t m_capacity;  // the ring's size in bytes, a multiple of 8
+    const std::unique_ptr<char[]> m_ring;  // records are written past m_tail, read before it
     CWaiter& m_waiter;
-    std::vector<CQueuedRecord> m_slots;  // guarded by m_mutex; grows up to m_capacity, then reused
-    std::size_t m_first = 0;  // guarded by m_mutex; the oldest record's slot
+    Position m_head = 0;  // guarded by m_mutex
+    Position m_tail = 0;  // guarded by m_mutex
     std::size_t m_count = 0;  // guarded by m_mutex
     unsigned long long m_dropped = 0;  // guarded by m_mutex; since the sender last took it
-    bool m_senderAsleep = false;  // guarded by m_mutex; the sender found the queue empty
+    std::uint32_t m_sequence = 0;  // guarded by m_mutex; the last number given
+    bool m_senderAsleep = false;  // guarded by m_mutex
 };

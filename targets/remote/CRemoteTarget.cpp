@@ -1,16 +1,20 @@
-// The remote target: sends every record as an RFC 5424 syslog message to a receiver over UDP,
-// TCP or TLS (a central rsyslogd, for example).
-// Delivery: the log call copies the record into a bounded queue (queue=, 10000 records) and
-// returns; the target's own sender thread formats and sends it. A record has reached its
-// destination when the receiver's kernel took it (TCP, TLS) or when it left as a datagram (UDP,
-// which confirms nothing). Faults: while the receiver is unreachable, records wait in the queue
-// and the thread reconnects with exponential backoff (retry-ms= doubling up to retry-max-ms=);
-// when the queue is full the newest record is dropped. One syslog message when an outage or a run
-// of drops starts, one when it ends, with the exact count of dropped records. At unload and at
-// exit the queue is drained for at most drain-ms= (2000); what is left is counted as dropped.
-// Cost per record: one lock and a copy of its strings (no allocation once the queue has been
-// full). The sender thread sleeps while the queue is empty.
-// Parameters: see the README ("remote").
+// The remote target: sends every record as an RFC 5424 syslog message to a relay over UDP, TCP
+// or TLS (a central rsyslogd, for example).
+// Delivery: the log call copies the record into a bounded queue (queue= records, queue-bytes=
+// bytes) and returns; the target's own sender thread formats the records and writes them in
+// batches. A record leaves the queue once the relay's TCP acknowledged its last byte (TCP, TLS:
+// this proves arrival, not that the relay read it; what a relay that resets the connection had
+// received but not read cannot be counted) or once it left as a datagram (UDP, which confirms
+// nothing). Faults: a connection the relay closes or refuses before it took anything is a failed
+// attempt; the thread reconnects with exponential back-off (retry-ms= doubling up to
+// retry-max-ms=) and sends what was not confirmed again, in order. When the queue is full the
+// newest record is dropped. One syslog message when a fault or a run of drops starts, one when it
+// ends, with exact counts. At unload and at exit the queue is drained for at most drain-ms= (2000)
+// by the sender's own thread (unloading does not wait for it; the process's exit does); what is
+// left is counted as dropped.
+// Cost per record: one lock and one copy into the queue, no allocation. The sender thread sleeps
+// while the queue is empty.
+// Parameters: see docs/remote.md.
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
@@ -18,6 +22,9 @@
 #include <vexlor/vexlor_target.h>
 
 #include "CSender.h"
+#include "CSyslogTransport.h"
+#include "CTcpStream.h"
+#include "CTlsStream.h"
 #include "CUdpTransport.h"
 #include "remoteParameters.h"
 
@@ -32,12 +39,14 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
     const CFraming framing = parameters.framing;
     const std::shared_ptr<const CTlsContext> tls = parameters.tls;
     return [=](CWaiter& waiter) -> std::unique_ptr<CTransport> {
-        switch (kind) {
-        case CTransportKind::UDP: return std::make_unique<CUdpTransport>(waiter, host, port);
-        case CTransportKind::TCP: return std::make_unique<CTcpTransport>(waiter, host, port, framing);
-        case CTransportKind::TLS: break;
+        if (kind == CTransportKind::UDP) {
+            return std::make_unique<CUdpTransport>(waiter, host, port);
         }
-        return std::make_unique<CTlsTransport>(waiter, host, port, tls);
+        if (kind == CTransportKind::TCP) {
+            return std::make_unique<CSyslogTransport>(std::make_unique<CTcpStream>(waiter, host, port), framing);
+        }
+        return std::make_unique<CSyslogTransport>(std::make_unique<CTlsStream>(waiter, host, port, tls),
+                                                  CFraming::OCTET_COUNTING);
     };
 }
 
@@ -47,6 +56,8 @@ public:
         : CRemoteTarget(parameters, "remote")
     {
     }
+    // Returns at once: the sender's thread drains what is queued (see CSender).
+    ~CRemoteTarget() override { CSender::retire(std::move(m_sender)); }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
@@ -74,8 +85,18 @@ private:
         : CLogTargetBase(parameters, "remote")
         , m_levels(remote.levels)
         , m_identity(identity(appname()))
-        , m_sender(std::make_unique<CSender>(remote.sender, remote.format, transportMaker(remote)))
+        , m_sender(makeSender(remote))
     {
+    }
+
+    static std::unique_ptr<CSender> makeSender(const CRemoteParameters& remote)
+    {
+        try {
+            return std::make_unique<CSender>(remote.sender, remote.format, transportMaker(remote));
+        } catch (const std::bad_alloc&) {
+            throw std::runtime_error("queue-bytes=" + std::to_string(remote.sender.queueBytes) +
+                                     ": the process cannot give the queue that much memory");
+        }
     }
 
     // The APP-NAME: the program's short name until the application names itself.

@@ -1,4 +1,6 @@
 // RFC 5424 message formatting: header fields, structured data, UTF-8 rules and length limits.
+// The sender formats every record here, so the common case (printable ASCII names, a time in the
+// same second as the last record's) is appended in runs rather than byte by byte.
 #include "Rfc5424.h"
 
 #include <cstdio>
@@ -14,10 +16,10 @@ constexpr std::size_t BOM_LENGTH = 3;
 // Field lengths of RFC 5424's header.
 constexpr std::size_t HOSTNAME_MAX = 255;
 constexpr std::size_t APPNAME_MAX = 48;
-constexpr std::size_t PROCID_MAX = 128;
 constexpr std::size_t MSGID_MAX = 32;
 
 bool isContinuation(unsigned char c) { return (c & 0xC0) == 0x80; }
+bool isPrintable(char c) { return c > ' ' && c < 127; }
 
 // Length of the well-formed UTF-8 sequence at p (n bytes available), 0 when there is none.
 std::size_t sequenceLength(const unsigned char* p, std::size_t n)
@@ -53,23 +55,51 @@ std::size_t sequenceLength(const unsigned char* p, std::size_t n)
     return length;
 }
 
-}  // namespace
-
-std::string headerField(const std::string& text, std::size_t maxLength)
+void appendHeaderField(std::string& out, std::string_view text, std::size_t maxLength)
 {
-    std::string field;
-    for (const char c : text) {
-        if (field.size() == maxLength) {
-            break;
-        }
-        if (c > ' ' && c < 127) {
-            field += c;
+    const std::size_t start = out.size();
+    std::size_t clean = 0;
+    while (clean < text.size() && clean < maxLength && isPrintable(text[clean])) {
+        ++clean;
+    }
+    out.append(text.data(), clean);
+    for (std::size_t i = clean; i < text.size() && out.size() - start < maxLength; ++i) {
+        if (isPrintable(text[i])) {
+            out += text[i];
         }
     }
-    return field.empty() ? "-" : field;
+    if (out.size() == start) {
+        out += '-';
+    }
 }
 
-void appendValidUtf8(std::string& out, const std::string& text)
+void appendNumber(std::string& out, long long value)
+{
+    char digits[24];
+    char* end = digits + sizeof digits;
+    char* p = end;
+    const bool negative = value < 0;
+    unsigned long long rest = negative ? 0ULL - static_cast<unsigned long long>(value) : value;
+    do {
+        *--p = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    if (negative) {
+        *--p = '-';
+    }
+    out.append(p, static_cast<std::size_t>(end - p));
+}
+
+}  // namespace
+
+std::string headerField(std::string_view text, std::size_t maxLength)
+{
+    std::string field;
+    appendHeaderField(field, text, maxLength);
+    return field;
+}
+
+void appendValidUtf8(std::string& out, std::string_view text)
 {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t i = 0;
@@ -79,25 +109,44 @@ void appendValidUtf8(std::string& out, const std::string& text)
             out += "\xEF\xBF\xBD";
             ++i;
         } else {
-            out.append(text, i, length);
+            out.append(text.data() + i, length);
             i += length;
         }
     }
 }
 
-void appendSdValue(std::string& out, const std::string& value)
+void appendSdValue(std::string& out, std::string_view value)
 {
-    std::string valid;
-    appendValidUtf8(valid, value);
-    for (const char c : valid) {
-        if (c == '"' || c == '\\' || c == ']') {
-            out += '\\';
+    const auto* bytes = reinterpret_cast<const unsigned char*>(value.data());
+    std::size_t run = 0;  // start of the bytes not yet appended
+    std::size_t i = 0;
+    while (i < value.size()) {
+        const unsigned char c = bytes[i];
+        if (c < 0x80 && c != '"' && c != '\\' && c != ']') {
+            ++i;
+            continue;
         }
-        out += c;
+        out.append(value.data() + run, i - run);
+        if (c < 0x80) {
+            out += '\\';
+            out += static_cast<char>(c);
+            ++i;
+        } else {
+            const std::size_t length = sequenceLength(bytes + i, value.size() - i);
+            if (length == 0) {
+                out += "\xEF\xBF\xBD";
+                ++i;
+            } else {
+                out.append(value.data() + i, length);
+                i += length;
+            }
+        }
+        run = i;
     }
+    out.append(value.data() + run, i - run);
 }
 
-std::size_t utf8PrefixLength(const std::string& text, std::size_t maxLength)
+std::size_t utf8PrefixLength(std::string_view text, std::size_t maxLength)
 {
     if (text.size() <= maxLength) {
         return text.size();
@@ -112,21 +161,16 @@ std::size_t utf8PrefixLength(const std::string& text, std::size_t maxLength)
 
 std::string rfc3339Time(long long seconds, int microseconds, bool utc)
 {
-    std::tm parts{};
-    vx::civilTime(seconds, utc, parts);
-    char text[64];
-    int length =
-        std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06d", parts.tm_year + 1900, parts.tm_mon + 1,
-                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, microseconds);
-    if (utc) {
-        std::snprintf(text + length, sizeof text - length, "Z");
-    } else {
-        const long offset = parts.tm_gmtoff;
-        const long minutes = (offset < 0 ? -offset : offset) / 60;
-        std::snprintf(text + length, sizeof text - length, "%c%02ld:%02ld", offset < 0 ? '-' : '+', minutes / 60,
-                      minutes % 60);
-    }
-    return text;
+    CRfc5424Options options;
+    options.utc = utc;
+    CRfc5424Formatter formatter(options);
+    CQueuedRecord record;
+    record.seconds = seconds;
+    record.microseconds = microseconds;
+    std::string message;
+    formatter.append(record, message);
+    const std::size_t start = message.find(' ') + 1;
+    return message.substr(start, message.find(' ', start) - start);
 }
 
 bool isValidSdId(const std::string& sdId)
@@ -148,18 +192,51 @@ CRfc5424Formatter::CRfc5424Formatter(CRfc5424Options options)
 {
 }
 
-void CRfc5424Formatter::format(const CQueuedRecord& record, std::string& out) const
+void CRfc5424Formatter::appendTime(long long seconds, int microseconds, std::string& out)
 {
-    out = "<" + std::to_string(m_options.facility * 8 + record.severity) + ">1 ";
-    out += rfc3339Time(record.seconds, record.microseconds, m_options.utc);
+    if (seconds != m_second) {
+        std::tm parts{};
+        vx::civilTime(seconds, m_options.utc, parts);
+        char text[48];
+        std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.", parts.tm_year + 1900, parts.tm_mon + 1,
+                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+        m_date = text;
+        if (m_options.utc) {
+            m_zone = "Z";
+        } else {
+            const long offset = parts.tm_gmtoff;
+            const long minutes = (offset < 0 ? -offset : offset) / 60;
+            std::snprintf(text, sizeof text, "%c%02ld:%02ld", offset < 0 ? '-' : '+', minutes / 60, minutes % 60);
+            m_zone = text;
+        }
+        m_second = seconds;
+    }
+    out += m_date;
+    char digits[6];
+    unsigned rest = static_cast<unsigned>(microseconds) % 1000000;
+    for (int i = 5; i >= 0; --i) {
+        digits[i] = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    }
+    out.append(digits, sizeof digits);
+    out += m_zone;
+}
+
+void CRfc5424Formatter::append(const CQueuedRecord& record, std::string& out)
+{
+    const std::size_t start = out.size();
+    out += '<';
+    appendNumber(out, m_options.facility * 8 + record.severity);
+    out += ">1 ";
+    appendTime(record.seconds, record.microseconds, out);
     out += ' ';
     out += m_hostname;
     out += ' ';
-    out += headerField(record.appname, APPNAME_MAX);
+    appendHeaderField(out, record.appname, APPNAME_MAX);
     out += ' ';
-    out += headerField(std::to_string(record.pid), PROCID_MAX);
+    appendNumber(out, record.pid);  // at most 11 printable bytes: within PROCID's 128
     out += ' ';
-    out += headerField(record.component, MSGID_MAX);
+    appendHeaderField(out, record.component, MSGID_MAX);
     out += ' ';
     const std::size_t sdStart = out.size();
     out += '[';
@@ -172,7 +249,14 @@ void CRfc5424Formatter::format(const CQueuedRecord& record, std::string& out) co
         out += "\" function=\"";
         appendSdValue(out, record.function);
     }
-    out += "\" depth=\"" + std::to_string(record.depth) + "\"]";
+    out += "\" depth=\"";
+    appendNumber(out, record.depth);
+    out += "\"]";
+    if (m_options.sequence) {
+        out += "[meta sequenceId=\"";
+        appendNumber(out, record.sequence);
+        out += "\"]";
+    }
     if (record.message.empty() && !m_options.bom) {
         return;
     }
@@ -180,11 +264,12 @@ void CRfc5424Formatter::format(const CQueuedRecord& record, std::string& out) co
     const std::size_t bomLength = m_options.bom ? BOM_LENGTH : 0;
     std::size_t room = std::string::npos;
     if (m_options.maxLength != 0) {
-        if (out.size() + bomLength > m_options.maxLength) {
+        if (out.size() - start + bomLength > m_options.maxLength) {
             // Names too long for one datagram: the header and the text matter more.
             out.replace(sdStart, out.size() - sdStart, "- ");
         }
-        room = m_options.maxLength > out.size() + bomLength ? m_options.maxLength - out.size() - bomLength : 0;
+        const std::size_t used = out.size() - start + bomLength;
+        room = m_options.maxLength > used ? m_options.maxLength - used : 0;
     }
     if (m_options.bom) {
         // The mark promises UTF-8: invalid bytes are replaced before the cut, so the cut stays valid.
@@ -193,6 +278,6 @@ void CRfc5424Formatter::format(const CQueuedRecord& record, std::string& out) co
         out += BOM;
         out.append(valid, 0, utf8PrefixLength(valid, room));
     } else {
-        out.append(record.message, 0, utf8PrefixLength(record.message, room));
+        out.append(record.message.data(), utf8PrefixLength(record.message, room));
     }
 }

@@ -6,6 +6,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "CRecordQueue.h"
 #include "facility.h"
 #include "numberParameter.h"
 
@@ -59,6 +60,23 @@ std::string hostParameter(const CLogTargetParameters& parameters)
     return host;
 }
 
+// queue-bytes=: the ring is taken as address space at creation, so the bound is refused where
+// the process could not give it: below room for a few of the largest records, above a quarter of
+// a 32-bit address space.
+constexpr long long QUEUE_BYTES_MIN = 128 << 10;
+static_assert(QUEUE_BYTES_MIN >= 4 * CRecordQueue::LARGEST_RECORD, "room for a few of the largest records");
+
+std::size_t queueBytes(const CLogTargetParameters& parameters)
+{
+    const long long low = QUEUE_BYTES_MIN;
+    const long long high = 1LL << 30;
+    try {
+        return static_cast<std::size_t>(numberParameter(parameters, "queue-bytes", 16LL << 20, low, high));
+    } catch (const std::invalid_argument& e) {
+        refuse(e.what());
+    }
+}
+
 }  // namespace
 
 CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, const std::string& targetName)
@@ -99,7 +117,8 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     const bool ipv6 = result.host.find(':') != std::string::npos;
     sender.destination = std::string(transportNames[static_cast<int>(result.transport)]) + " " +
         (ipv6 ? "[" + result.host + "]" : result.host) + ":" + std::to_string(result.port);
-    sender.queueSize = static_cast<std::size_t>(number(parameters, "queue", 10000, 1, 10000000));
+    sender.queueRecords = static_cast<std::size_t>(number(parameters, "queue", 10000, 1, 10000000));
+    sender.queueBytes = queueBytes(parameters);
     sender.drainMs = number(parameters, "drain-ms", 2000, 0, 3600000);
     sender.retryMs = number(parameters, "retry-ms", 250, 1, 3600000);
     sender.retryMaxMs = number(parameters, "retry-max-ms", 30000, sender.retryMs, 3600000);

@@ -7,9 +7,9 @@
 #include <vexlor/vexlor_target.h>
 
 #include "CLevelSet.h"
-#include "CSender.h"
-#include "CTcpTransport.h"
-#include "CTlsTransport.h"
+#include "CSenderSettings.h"
+#include "CSyslogTransport.h"
+#include "CTlsStream.h"
 #include "Rfc5424.h"
 
 enum class CTransportKind { UDP, TCP, TLS };

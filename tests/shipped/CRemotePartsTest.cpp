@@ -9,16 +9,16 @@
 
 namespace {
 
-// An error at 2100-01-01 00:00:00.000007 UTC: past 2038.
-CQueuedRecord record(const std::string& message, const std::string& function = "poll")
+// An error at 2100-01-01 00:00:00.000007 UTC: past 2038. The texts are views: the caller keeps them.
+CQueuedRecord record(std::string_view message, std::string_view function = "poll")
 {
-    return CQueuedRecord{4711, 2, 4102444800LL, 7, 3, "player", "main", "net", function, message};
+    return CQueuedRecord{4711, 2, 4102444800LL, 7, 3, "player", "main", "net", function, message, 1};
 }
 
 std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
 {
     std::string out;
-    CRfc5424Formatter(options).format(r, out);
+    CRfc5424Formatter(options).append(r, out);
     return out;
 }
 
@@ -39,12 +39,13 @@ TEST(CRfc5424FormatterTest, CleansAndCutsHeaderFieldsAndEscapesStructuredData)
 
     // HOSTNAME at most 255 bytes, APP-NAME 48, MSGID 32; no function: no such parameter; no text: no MSG.
     CQueuedRecord r = record("", "");
-    r.appname = std::string(50, 'a');
+    const std::string appname(50, 'a');
+    r.appname = appname;
     r.component = "a component name that is longer than thirty-two";
     EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z " + std::string(255, 'h') + " " + std::string(48, 'a') +
                   " 4711 acomponentnamethatislongerthanth [ours@99999 component=\"a component name that is longer "
                   "than thirty-two\" thread=\"main\" depth=\"2\"]",
-              format(CRfc5424Options{1, std::string(300, 'h'), "ours@99999", true, false, 0}, r));
+              format(CRfc5424Options{1, std::string(300, 'h'), "ours@99999", true, false, 0, false}, r));
     for (const char* bad : {"vexlor", "a b@1", "a]@1", "abcdefghijklmnopqrstuvwxyz@1234567"}) {
         EXPECT_FALSE(isValidSdId(bad)) << bad;
     }
@@ -79,7 +80,8 @@ TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
 
     // Names too long to leave room: the structured data goes, header and text stay.
     CQueuedRecord r = record("text");
-    r.thread = std::string(600, 't');
+    const std::string thread(600, 't');
+    r.thread = thread;
     options.bom = false;
     EXPECT_EQ("<11>1 2100-01-01T00:00:00.000007Z h player 4711 net - text", format(options, r));
 }

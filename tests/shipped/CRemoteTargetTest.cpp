@@ -78,19 +78,17 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
                              LOG_WARNING));
     log(VX_WARN, "over TLS");
     ASSERT_TRUE(rsyslogd.waitForMessages(3));
-    const std::string retried = "; records wait in the queue (10000 at most) and delivery is retried";
+    const std::string retried =
+        "; records wait in the queue (10000 records or 16777216 bytes at most) and delivery is retried";
     EXPECT_TRUE(m_syslog.waitFor("remote target other-ca: cannot deliver to tls 127.0.0.1:" + port +
                                  " - certificate not accepted - self-signed certificate in certificate chain" +
                                  retried));
     EXPECT_TRUE(m_syslog.waitFor("remote target not-its-address: cannot deliver to tls [::1]:" + port +
                                  " - certificate not accepted - IP address mismatch" + retried));
-    const Clock::time_point start = Clock::now();
     read("");
-    EXPECT_LT(elapsedMs(start), 200 + 3000);  // generous for a loaded machine; a hang takes forever
     for (const std::string where : {"other-ca: 1 records dropped at the end: tls 127.0.0.1:",
                                     "not-its-address: 1 records dropped at the end: tls [::1]:"}) {
-        EXPECT_EQ(1,
-                  m_syslog.count("remote target " + where + port + " did not take them within drain-ms=200", LOG_ERR));
+        EXPECT_TRUE(m_syslog.waitFor("remote target " + where + port + " did not take them within drain-ms=200"));
     }
     const std::vector<CReceived> got = rsyslogd.received();
     ASSERT_EQ(3u, got.size());
@@ -137,15 +135,17 @@ TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDrop
         slowestMs = std::max(slowestMs, elapsedMs(start));
     }
     EXPECT_LT(slowestMs, 1000);  // far above a normal call (microseconds)
-    EXPECT_TRUE(m_syslog.waitFor("remote target remote: queue full (50 records): dropping new records until " +
+    EXPECT_TRUE(m_syslog.waitFor("remote target remote: queue full (50 records or 16777216 bytes): dropping new "
+                                 "records until " +
                                  destination + " takes them"));
     rsyslogd.start();
 
-    long long dropped = 0;  // from the one report, once the queue took records again
+    long long dropped = 0;  // from the one report at the end of the outage
     ASSERT_TRUE(waitUntil([&] {
         for (const CSyslogMessage& m : m_syslog.messages()) {
-            if (m.text.find(" records dropped while the queue was full") != std::string::npos) {
-                dropped = std::stoll(m.text.substr(std::string("remote target remote: ").size()));
+            const std::size_t at = m.text.find(" dropped because the queue was full");
+            if (at != std::string::npos) {
+                dropped = std::stoll(m.text.substr(m.text.rfind(", ", at) + 2));
             }
         }
         return dropped != 0;
@@ -163,7 +163,7 @@ TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDrop
     EXPECT_EQ(expected, distinct.size()) << "a record arrived twice";
     EXPECT_EQ(1, m_syslog.countContaining("remote target remote: cannot deliver to " + destination));
     EXPECT_EQ(1, m_syslog.countContaining("remote target remote: delivering to " + destination + " again after"));
-    EXPECT_EQ(1, m_syslog.countContaining("records dropped"));
+    EXPECT_EQ(1, m_syslog.countContaining("dropped"));
 }
 
 // The parent's records wait in its queue across the fork: the child sends only its own.
@@ -182,8 +182,15 @@ TEST_F(CRemoteTargetTest, ForkChildSendsOnlyItsOwnRecords)
         for (int i = 0; childMayStartThreads() && i < 2; ++i) {
             log(VX_INFO, "child " + std::to_string(i), "", 4712);
         }
-        waitUntil([&] { return rsyslogd.listening(); });
-        read("");  // drains the child's own records, not the parent's
+        // The child's own records arrive, not the parent's (which its thread would send first).
+        waitUntil([&] {
+            std::size_t children = 0;
+            for (const CReceived& r : rsyslogd.received()) {
+                children += r.procid == "4712" ? 1 : 0;
+            }
+            return children == 2 || !childMayStartThreads();
+        });
+        read("");
         _exit(0);
     }
     rsyslogd.start();

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/wait.h>
@@ -31,6 +32,14 @@ protected:
     void log(vexlor_level* level, const std::string& message, const std::string& function = "", int pid = 42)
     {
         m_container.log(pid, 0, SECONDS, 7, level, "main", "net", function, message);
+    }
+
+    // A failed test shows what the targets said.
+    void TearDown() override
+    {
+        for (const CSyslogMessage& m : HasFailure() ? m_syslog.messages() : std::vector<CSyslogMessage>()) {
+            std::cerr << "syslog " << m.priority << ": " << m.text << "\n";
+        }
     }
 
     CTempDir m_dir;

@@ -48,6 +48,7 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {remote + "transport=tls, ca=/dev/null", "ca=/dev/null"},
         {remote + "transport=tls, ca=" + junk, "ca=" + junk},
         {remote + "transport=tls, cert=/c.pem", "cert="},
+        {remote + "queue-bytes=65536", "queue-bytes=65536"},
     };
     for (const auto& [line, parameter] : cases) {
         m_syslog.clear();

@@ -1,9 +1,10 @@
-// The TLS transport: OpenSSL over our own non-blocking socket.
-#include "CTlsTransport.h"
+// The TLS stream: OpenSSL over our own non-blocking socket.
+#include "CTlsStream.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdint>
+#include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
@@ -12,7 +13,6 @@
 #include <sys/socket.h>
 
 #include "CRegularFile.h"
-#include "connectSocket.h"
 
 namespace {
 
@@ -31,15 +31,18 @@ std::string opensslError()
     return text;
 }
 
-int socketOf(BIO* bio) { return static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio))); }
+CTlsStream* streamOf(BIO* bio) { return static_cast<CTlsStream*>(BIO_get_data(bio)); }
+CTlsStream* streamOf(const SSL* ssl) { return static_cast<CTlsStream*>(SSL_get_app_data(ssl)); }
 
-// OpenSSL's own socket BIO writes with write(), which raises SIGPIPE when the receiver has gone.
+// OpenSSL's own socket BIO writes with write(), which raises SIGPIPE when the receiver has gone;
+// ours also counts the bytes on the wire, which the acknowledgements are compared with.
 int bioWrite(BIO* bio, const char* data, std::size_t size, std::size_t* written)
 {
     BIO_clear_retry_flags(bio);
-    const ssize_t sent = ::send(socketOf(bio), data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent < 0) {
-        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) {
+    std::string error;
+    const long sent = streamOf(bio)->sendBytes(data, size, error);
+    if (sent <= 0) {
+        if (sent == 0) {
             BIO_set_retry_write(bio);
         }
         return 0;
@@ -51,9 +54,10 @@ int bioWrite(BIO* bio, const char* data, std::size_t size, std::size_t* written)
 int bioRead(BIO* bio, char* data, std::size_t size, std::size_t* got)
 {
     BIO_clear_retry_flags(bio);
-    const ssize_t received = ::recv(socketOf(bio), data, size, MSG_DONTWAIT);
+    std::string error;  // the connection's end is found again by the caller
+    const long received = streamOf(bio)->receiveBytes(data, size, error);
     if (received <= 0) {
-        if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+        if (received == 0) {
             BIO_set_retry_read(bio);
         }
         return 0;
@@ -70,6 +74,54 @@ int bioCreate(BIO* bio)
     return 1;
 }
 
+void onInfo(const SSL* ssl, int where, int value)
+{
+    // The value holds the level (2: fatal) and the alert's code.
+    if ((where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT && (value >> 8) == SSL3_AL_FATAL && streamOf(ssl) != nullptr) {
+        streamOf(ssl)->noteAlert(value & 0xff);
+    }
+}
+
+// A TLS 1.3 relay sends session tickets once it has checked the client's certificate. We keep
+// none: the callback only notes that the relay accepted the connection.
+int onNewSession(SSL* ssl, SSL_SESSION*)
+{
+    if (streamOf(ssl) != nullptr) {
+        streamOf(ssl)->noteTicket();
+    }
+    return 0;
+}
+
+// RFC 8446's names of the alerts, as operators search for them.
+const char* alertName(int code)
+{
+    switch (code) {
+    case 10: return "unexpected message";
+    case 20: return "bad record MAC";
+    case 40: return "handshake failure";
+    case 42: return "bad certificate";
+    case 43: return "unsupported certificate";
+    case 44: return "certificate revoked";
+    case 45: return "certificate expired";
+    case 46: return "certificate unknown";
+    case 47: return "illegal parameter";
+    case 48: return "unknown CA";
+    case 49: return "access denied";
+    case 50: return "decode error";
+    case 51: return "decrypt error";
+    case 70: return "protocol version";
+    case 71: return "insufficient security";
+    case 80: return "internal error";
+    case 90: return "user canceled";
+    case 109: return "missing extension";
+    case 110: return "unsupported extension";
+    case 112: return "unrecognized name";
+    case 116: return "certificate required";
+    case 120: return "no application protocol";
+    default: return "unknown alert";
+    }
+}
+
 bool isAddress(const std::string& host)
 {
     unsigned char address[16];
@@ -79,7 +131,6 @@ bool isAddress(const std::string& host)
 }  // namespace
 
 CTlsContext::CTlsContext(const CTlsSettings& settings)
-    : m_verify(settings.verify)
 {
     // Without NO_ATEXIT, OpenSSL's exit handler, registered after the library's instance, would
     // tear OpenSSL down before the drain at process exit sends the last records.
@@ -98,6 +149,9 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
     SSL_CTX_set_min_proto_version(m_context, TLS1_2_VERSION);
     SSL_CTX_set_mode(m_context, SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     SSL_CTX_set_verify(m_context, settings.verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
+    SSL_CTX_set_info_callback(m_context, onInfo);
+    SSL_CTX_set_session_cache_mode(m_context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL_STORE);
+    SSL_CTX_sess_set_new_cb(m_context, onNewSession);
     std::string failure;
     // Opened here, not by OpenSSL: a FIFO or device given by mistake is refused instead of waited on.
     const CRegularFile ca(settings.ca, O_RDONLY);
@@ -142,16 +196,30 @@ void CTlsContext::release()
     m_socketMethod = nullptr;
 }
 
-CTlsTransport::CTlsTransport(CWaiter& waiter, std::string host, int port, std::shared_ptr<const CTlsContext> tls)
-    : CTransport(waiter)
-    , m_host(std::move(host))
-    , m_port(port)
+CTlsStream::CTlsStream(CWaiter& waiter, std::string host, int port, std::shared_ptr<const CTlsContext> tls)
+    : CByteStream(waiter, std::move(host), port)
     , m_tls(std::move(tls))
 {
 }
 
+std::string CTlsStream::failure(int reason)
+{
+    if (m_alert >= 0) {
+        m_refused = true;
+        return std::string("the relay refused the connection with the TLS alert \"") + alertName(m_alert) + "\"";
+    }
+    const long verified = SSL_get_verify_result(m_ssl);
+    if (verified != X509_V_OK) {
+        return std::string("certificate not accepted - ") + X509_verify_cert_error_string(verified);
+    }
+    if (reason == SSL_ERROR_ZERO_RETURN || reason == SSL_ERROR_SYSCALL || m_ended) {
+        return m_reset ? "connection reset by the relay" : "connection closed by the relay";
+    }
+    return opensslError();
+}
+
 template <typename Step>
-bool CTlsTransport::complete(Step step, Clock::time_point limit, std::string& error)
+bool CTlsStream::complete(Step step, Clock::time_point limit, std::string& error)
 {
     for (;;) {
         ERR_clear_error();
@@ -166,12 +234,7 @@ bool CTlsTransport::complete(Step step, Clock::time_point limit, std::string& er
         } else if (reason == SSL_ERROR_WANT_WRITE) {
             events = POLLOUT;
         } else {
-            const long verified = SSL_get_verify_result(m_ssl);
-            error = verified != X509_V_OK
-                ? std::string("certificate not accepted - ") + X509_verify_cert_error_string(verified)
-                : reason == SSL_ERROR_SYSCALL || reason == SSL_ERROR_ZERO_RETURN
-                ? std::string("connection closed by the receiver")
-                : opensslError();
+            error = failure(reason);
             return false;
         }
         m_waiter.wait(m_fd, events, limit);
@@ -182,10 +245,14 @@ bool CTlsTransport::complete(Step step, Clock::time_point limit, std::string& er
     }
 }
 
-bool CTlsTransport::open(Clock::time_point limit, std::string& error)
+bool CTlsStream::open(Clock::time_point limit, std::string& error)
 {
-    m_fd = connectSocket(m_host, m_port, SOCK_STREAM, m_waiter, limit, error);
-    if (m_fd < 0) {
+    m_alert = -1;
+    m_ticket = false;
+    m_written = 0;
+    m_acknowledged = 0;
+    m_records.clear();
+    if (!connectTcp(limit, error)) {
         return false;
     }
     m_ssl = SSL_new(m_tls->context());
@@ -195,8 +262,9 @@ bool CTlsTransport::open(Clock::time_point limit, std::string& error)
         abandon();
         return false;
     }
-    BIO_set_data(bio, reinterpret_cast<void*>(static_cast<std::intptr_t>(m_fd)));
+    BIO_set_data(bio, this);
     SSL_set_bio(m_ssl, bio, bio);
+    SSL_set_app_data(m_ssl, this);
     if (isAddress(m_host)) {
         X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(m_ssl), m_host.c_str());
     } else {
@@ -211,43 +279,79 @@ bool CTlsTransport::open(Clock::time_point limit, std::string& error)
     return true;
 }
 
-bool CTlsTransport::send(const std::string& message, std::string& error)
+bool CTlsStream::awaitVerdict(Clock::time_point limit, std::string& error)
 {
-    m_frame.clear();
-    appendFrame(CFraming::OCTET_COUNTING, message, m_frame);
-    return complete([this] { return SSL_write(m_ssl, m_frame.data(), static_cast<int>(m_frame.size())); },
-                    Clock::time_point::max(), error);
-}
-
-bool CTlsTransport::peerClosed()
-{
-    pollfd watched{m_fd, POLLIN | POLLRDHUP, 0};
-    if (poll(&watched, 1, 0) <= 0) {
-        return false;
-    }
-    if ((watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
+    // TLS 1.2 relays give their verdict within the handshake.
+    if (SSL_version(m_ssl) < TLS1_3_VERSION) {
         return true;
     }
-    // Readable: a session ticket, or the receiver's close_notify.
-    char ignored[512];
-    ERR_clear_error();
-    const int got = SSL_read(m_ssl, ignored, sizeof ignored);
-    return got <= 0 && SSL_get_error(m_ssl, got) != SSL_ERROR_WANT_READ;
+    const Clock::time_point until = verdictLimit(limit);
+    while (!m_ticket && Clock::now() < until && !m_waiter.expired()) {
+        if (m_waiter.wait(m_fd, POLLIN | POLLRDHUP, until) != 0) {
+            char ignored[512];
+            if (read(ignored, sizeof ignored, error) < 0) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
-void CTlsTransport::close()
+long CTlsStream::write(const char* data, std::size_t size, std::string& error)
+{
+    ERR_clear_error();
+    const int rc = SSL_write(m_ssl, data, static_cast<int>(size));
+    if (rc > 0) {
+        m_written += static_cast<std::uint64_t>(rc);
+        m_records.emplace_back(m_written, m_wireWritten);
+        return rc;
+    }
+    const int reason = SSL_get_error(m_ssl, rc);
+    if (reason == SSL_ERROR_WANT_WRITE || reason == SSL_ERROR_WANT_READ) {
+        return 0;
+    }
+    error = failure(reason);
+    return -1;
+}
+
+long CTlsStream::read(char* data, std::size_t size, std::string& error)
+{
+    ERR_clear_error();
+    const int rc = SSL_read(m_ssl, data, static_cast<int>(size));
+    if (rc > 0) {
+        return rc;
+    }
+    const int reason = SSL_get_error(m_ssl, rc);
+    if (reason == SSL_ERROR_WANT_READ || reason == SSL_ERROR_WANT_WRITE) {
+        return 0;
+    }
+    error = failure(reason);
+    return -1;
+}
+
+std::uint64_t CTlsStream::acknowledged()
+{
+    const std::uint64_t wire = acknowledgedWireBytes();
+    while (!m_records.empty() && m_records.front().second <= wire) {
+        m_acknowledged = m_records.front().first;
+        m_records.pop_front();
+    }
+    return m_acknowledged;
+}
+
+void CTlsStream::close()
 {
     if (m_ssl != nullptr && m_fd >= 0) {
-        // One try at close_notify; the receiver's answer is not awaited.
+        // One try at close_notify; the relay's answer is not awaited.
         ERR_clear_error();
         SSL_shutdown(m_ssl);
     }
     abandon();
 }
 
-void CTlsTransport::abandon()
+void CTlsStream::abandon()
 {
     SSL_free(m_ssl);
     m_ssl = nullptr;
-    closeFd();
+    closeSocket();
 }
