@@ -86,4 +86,3 @@ protected:
     std::uint64_t m_wireWritten = 0;  // bytes written to the socket on this connection
     std::uint64_t m_wireAcknowledged = 0;  // of these, acknowledged by the peer's TCP
 };
-

@@ -186,7 +186,9 @@ void CDelivery::lose(const std::string& error)
     if (refused) {
         m_report.lostInRefusedConnection(m_confirmedOnConnection);
     }
-    if (!tookNothing && unconfirmed > 0) {
+    // Only a relay that confirms records itself may hold an unconfirmed one already; what a
+    // relay's TCP did not acknowledge never reached it.
+    if (!tookNothing && unconfirmed > 0 && m_transport->acknowledges()) {
         m_resendEnd = std::max(m_resendEnd, m_inFlight.back().end);
     }
     m_inFlight.clear();
@@ -194,14 +196,16 @@ void CDelivery::lose(const std::string& error)
     m_batchWritten = 0;
     m_formatted = false;
     m_cursor = m_queue.begin();
+    // A relay that closes in order has read what its TCP acknowledged; one that resets may not have.
+    const char* const note = reset && !m_transport->acknowledges()
+        ? "; records that its TCP had acknowledged may be lost (plain syslog cannot tell how many)"
+        : "";
     if (tookNothing) {
         attemptFailed(error);
-    } else if (unconfirmed > 0 || reset) {
-        // A relay that closes in order has read what its TCP acknowledged; one that resets may not have.
-        const char* const note = reset && !m_transport->acknowledges()
-            ? "; records that its TCP had acknowledged may be lost (plain syslog cannot tell how many)"
-            : "";
-        m_report.connectionLost(error + note, unconfirmed);
+    } else if (unconfirmed > 0) {
+        m_report.connectionLost(error + note, unconfirmed);  // a fault until they are delivered
+    } else if (reset) {
+        m_report.connectionReset(error + note);
     }
     m_confirmedOnConnection = 0;
 }

@@ -27,6 +27,12 @@ void CDeliveryReport::connectionLost(const std::string& error, std::size_t uncon
     m_backlogKnown = false;
 }
 
+void CDeliveryReport::connectionReset(const std::string& error)
+{
+    syslog(LOG_WARNING, "%s: lost the connection to %s - %s", m_settings.owner.c_str(), m_settings.destination.c_str(),
+           error.c_str());
+}
+
 void CDeliveryReport::openFault()
 {
     // Drops of a run under way count as the fault's.
@@ -58,11 +64,14 @@ void CDeliveryReport::delivered(unsigned long long records, std::uint64_t head)
 
 void CDeliveryReport::endFault()
 {
+    const std::string attempts = m_failures > 0 ? " after " + std::to_string(m_failures) + " failed attempts" : "";
+    const std::string lost =
+        m_lost > 0 ? ", " + std::to_string(m_lost) + " lost in connections the relay refused" : std::string();
     syslog(LOG_NOTICE,
-           "%s: delivering to %s again after %u failed attempts: %llu records delivered since the fault began, %llu "
-           "of them sent again (possible duplicates), %llu dropped because the queue was full%s",
-           m_settings.owner.c_str(), m_settings.destination.c_str(), m_failures, m_delivered, m_sentAgain, m_dropped,
-           m_lost > 0 ? (", " + std::to_string(m_lost) + " lost in connections the relay refused").c_str() : "");
+           "%s: delivering to %s again%s: %llu records delivered since the fault began, %llu of them sent again "
+           "(possible duplicates), %llu dropped because the queue was full%s",
+           m_settings.owner.c_str(), m_settings.destination.c_str(), attempts.c_str(), m_delivered, m_sentAgain,
+           m_dropped, lost.c_str());
     m_faultOpen = false;
     m_backlogKnown = false;
     m_failures = 0;

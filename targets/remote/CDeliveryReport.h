@@ -19,6 +19,9 @@ public:
     void attemptFailed(const std::string& error);
     // A connection ended after the relay took records; `unconfirmed` were not confirmed yet.
     void connectionLost(const std::string& error, std::size_t unconfirmed);
+    // A connection ended with a reset after every record on it was confirmed: nothing to send
+    // again, but a relay whose TCP confirms may have dropped what it had received.
+    void connectionReset(const std::string& error);
     bool faultOpen() const { return m_faultOpen; }
     // A connection opened; during a fault, the fault ends once the queue is through `backlogEnd`.
     void connected(std::uint64_t backlogEnd);

@@ -59,7 +59,10 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
         std::size_t offset = static_cast<std::size_t>(m_tail % m_capacity);
         const std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
         if (m_count == m_maxRecords || m_tail - m_head + skip + size > m_capacity) {
-            wake = m_dropped++ == 0;
+            // The first drop of a run wakes the sender, so that it reports the run's start.
+            ++m_dropped;
+            wake = !m_inDropRun;
+            m_inDropRun = true;
         } else {
             if (skip != 0) {
                 const std::uint32_t wrap = 0;
@@ -77,6 +80,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
             m_tail += size;
             ++m_count;
             stored = true;
+            m_inDropRun = false;
             // Only the record that ends the sender's sleep pays for a wake-up.
             wake = m_senderAsleep;
             m_senderAsleep = false;

@@ -49,7 +49,7 @@ public:
     // wakes it) and returns true.
     bool sleepAfter(Position position);
     // The sender: the number of records dropped since it last took that count. The first drop
-    // after a take wakes the sender, so that it can report the start of a run of drops.
+    // after a stored record wakes the sender, so that it can report the start of a run of drops.
     unsigned long long takeDropped();
     // Records held, those in flight included.
     std::size_t size() const;
@@ -65,5 +65,6 @@ private:
     std::size_t m_count = 0;  // guarded by m_mutex
     unsigned long long m_dropped = 0;  // guarded by m_mutex; since the sender last took it
     std::uint32_t m_sequence = 0;  // guarded by m_mutex; the last number given
+    bool m_inDropRun = false;  // guarded by m_mutex; no record was stored since the last drop
     bool m_senderAsleep = false;  // guarded by m_mutex
 };

@@ -1,6 +1,6 @@
 // The remote target sending to a real rsyslogd on loopback: every field over UDP and TCP (both
-// framings), TLS with both certificates, a receiver restart with exact counts, unload
-// bounded by drain-ms while no receiver takes the records, fork children and the idle thread.
+// framings), TLS and the relay's certificate, a receiver restart with exact counts, fork children
+// and the idle thread. The client's certificate is in CRemoteFaultsTest.
 #include <set>
 #include <syslog.h>
 #include <unistd.h>
@@ -65,7 +65,7 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
 {
     CTempDir dir;
     const CTestCertificates certificates(dir.path());
-    CRsyslogd rsyslogd(dir.path(), CInput::TLS, "127.0.0.1", &certificates);
+    CRsyslogd rsyslogd(dir.path(), CInput::TLS, "127.0.0.1", {&certificates, "anon", ""});
     const std::string port = std::to_string(rsyslogd.port());
     const std::string common = ", transport=tls, port=" + port + ", drain-ms=200, ca=";
     read("target = " + remotePath(0) + ", name=by-name, host=localhost" + common + certificates.ca + "\n" +
@@ -95,21 +95,6 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
     for (const CReceived& r : got) {
         EXPECT_EQ("12 over TLS", r.pri + " " + r.msg);
     }
-}
-
-// A receiver that asks for a client certificate (a target line holds 255 bytes at most: this one
-// apart from the ones above).
-TEST_F(CRemoteTargetTest, OffersTheClientCertificate)
-{
-    CTempDir dir;
-    const CTestCertificates certificates(dir.path());
-    CRsyslogd rsyslogd(dir.path(), CInput::TLS, "127.0.0.1", &certificates, true);
-    read("target = " + remotePath() + ", transport=tls, host=localhost, port=" + std::to_string(rsyslogd.port()) +
-         ", ca=" + certificates.ca + ", cert=" + certificates.clientCert + ", key=" + certificates.clientKey + "\n");
-    log(VX_INFO, "with a client certificate");
-    read("");
-    ASSERT_TRUE(rsyslogd.waitForMessages(1));
-    EXPECT_EQ("with a client certificate", rsyslogd.received().at(0).msg);
 }
 
 // Logging never waits for the network; what the full queue dropped is counted exactly, the rest

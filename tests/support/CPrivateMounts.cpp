@@ -32,3 +32,11 @@ void CPrivateMounts::tmpfs(const std::string& directory, const std::string& size
     }
     m_mounted.push_back(directory);
 }
+
+void CPrivateMounts::bind(const std::string& file, const std::string& target)
+{
+    if (mount(file.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        throw std::runtime_error("bind " + file + " on " + target + ": " + std::strerror(errno));
+    }
+    m_mounted.push_back(target);
+}

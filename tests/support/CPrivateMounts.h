@@ -19,6 +19,8 @@ public:
 
     // Throws std::runtime_error with the system's reason when it fails. `size` as mount takes it: 64k
     void tmpfs(const std::string& directory, const std::string& size);
+    // Shows `file` at `target` (an existing file), as /etc/resolv.conf for one.
+    void bind(const std::string& file, const std::string& target);
 
 private:
     std::string m_why;

@@ -59,6 +59,8 @@ CTestCertificates::CTestCertificates(const std::string& directory)
     , clientCert(directory + "/client.pem")
     , clientKey(directory + "/client.key")
     , otherCa(directory + "/other-ca.pem")
+    , otherClientCert(directory + "/other-client.pem")
+    , otherClientKey(directory + "/other-client.key")
 {
     const std::string d = directory + "/";
     // Elliptic-curve keys: made in milliseconds, where RSA keys take noticeable time.
@@ -69,10 +71,11 @@ CTestCertificates::CTestCertificates(const std::string& directory)
     run(newKey + "-subj /CN=localhost -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -keyout " + serverKey +
         " -out " + serverCert + signedByCa);
     run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + clientCert + signedByCa);
+    run(newKey + "-subj /CN=vexlor-other-client -keyout " + otherClientKey + " -out " + otherClientCert + " -CA " +
+        otherCa + " -CAkey " + d + "other-ca.key");
 }
 
-CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address,
-                     const CTestCertificates* certificates, bool requireClientCert)
+CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address, const CTlsInput& tls)
     : m_directory(directory)
     , m_input(input)
     , m_address(address)
@@ -82,8 +85,9 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     std::ostringstream config;
     config << "global(workDirectory=\"" << directory << "\"";
     if (input == CInput::TLS) {
-        config << " defaultNetstreamDriverCAFile=\"" << certificates->ca << "\" defaultNetstreamDriverCertFile=\""
-               << certificates->serverCert << "\" defaultNetstreamDriverKeyFile=\"" << certificates->serverKey << "\"";
+        config << " defaultNetstreamDriverCAFile=\"" << tls.certificates->ca << "\" defaultNetstreamDriverCertFile=\""
+               << tls.certificates->serverCert << "\" defaultNetstreamDriverKeyFile=\"" << tls.certificates->serverKey
+               << "\"";
     }
     config << ")\n";
     config << "template(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
@@ -92,8 +96,11 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     const char* module = input == CInput::UDP ? "imudp" : "imtcp";
     config << "module(load=\"" << module << "\"";
     if (input == CInput::TLS) {
-        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\""
-               << (requireClientCert ? "x509/certvalid" : "anon") << "\"";
+        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\"" << tls.authMode
+               << "\"";
+        if (!tls.permittedPeer.empty()) {
+            config << " permittedPeer=[\"" << tls.permittedPeer << "\"]";
+        }
     }
     config << ")\n";
     // The same port on both loopback addresses, so that host names (localhost) reach it whichever

@@ -19,10 +19,19 @@ struct CReceived {
 };
 
 // The files of a small test PKI, made with the openssl command: a CA, a server certificate for
-// localhost and 127.0.0.1 (not ::1), a client certificate, and a second CA that signed nothing.
+// localhost and 127.0.0.1 (not ::1), a client certificate (vexlor-test-client), and a second CA
+// with a client certificate of its own.
 struct CTestCertificates {
     explicit CTestCertificates(const std::string& directory);
-    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa;
+    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa, otherClientCert, otherClientKey;
+};
+
+// How a TLS input checks its clients: "anon" (no client certificate), "x509/certvalid" (one
+// signed by the CA), "x509/name" (and named `permittedPeer`).
+struct CTlsInput {
+    const CTestCertificates* certificates = nullptr;
+    std::string authMode = "anon";
+    std::string permittedPeer;
 };
 
 class CRsyslogd {
@@ -30,10 +39,8 @@ public:
     enum class CInput { UDP, TCP, TLS };
 
     // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
-    // the other loopback address. For TLS, `certificates` gives the server's files, and
-    // `requireClientCert` asks for a client certificate too.
-    CRsyslogd(const std::string& directory, CInput input, const std::string& address,
-              const CTestCertificates* certificates = nullptr, bool requireClientCert = false);
+    // the other loopback address. For TLS, `tls` gives the server's files and the client check.
+    CRsyslogd(const std::string& directory, CInput input, const std::string& address, const CTlsInput& tls = {});
     ~CRsyslogd();  // stops it
     CRsyslogd(const CRsyslogd&) = delete;
     CRsyslogd& operator=(const CRsyslogd&) = delete;

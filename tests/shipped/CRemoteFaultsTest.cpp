@@ -1,0 +1,276 @@
+// The remote target against relays that fail it: one that refuses the client's certificate, ones
+// that close or reset every connection, a relay whose DNS server never answers, a relay that is
+// gone when the target is unloaded. Each time the records the target reports equal what the test
+// counts, no log call waits, and nothing is left behind.
+#include <arpa/inet.h>
+#include <filesystem>
+#include <netinet/in.h>
+#include <set>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "CFakeRelay.h"
+#include "CPrivateMounts.h"
+#include "CResolver.h"
+#include "CRsyslogd.h"
+#include "CTargetFixture.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class CRemoteFaultsTest : public CTargetFixture {
+protected:
+    // The plug-in under a short path of its own (a target line holds 255 bytes at most): each
+    // variant is another library path for the container, the same file for the loader.
+    std::string plugin(int variant)
+    {
+        const std::string link = m_dir.file("r" + std::to_string(variant) + ".so");
+        std::filesystem::create_symlink(VEXLOR_TEST_TARGET_REMOTE, link);
+        return link;
+    }
+
+    // Logs "record <i>" for i in [first, first + count), and expects no call to wait noticeably.
+    void logNumbered(int first, int count)
+    {
+        Clock::duration slowest{};
+        for (int i = first; i < first + count; ++i) {
+            const Clock::time_point start = Clock::now();
+            log(VX_INFO, "record " + std::to_string(i));
+            slowest = std::max(slowest, Clock::now() - start);
+        }
+        EXPECT_LT(slowest, std::chrono::seconds(1));  // far above a normal call (microseconds)
+    }
+
+    // The number in "<owner>: <number> records dropped at the end", once it was reported.
+    long long droppedAtTheEnd(const std::string& owner)
+    {
+        long long dropped = -1;
+        waitUntil([&] {
+            for (const CSyslogMessage& m : m_syslog.messages()) {
+                if (m.text.rfind(owner + ": ", 0) == 0 &&
+                    m.text.find(" records dropped at the end") != std::string::npos) {
+                    dropped = std::stoll(m.text.substr(owner.size() + 2));
+                }
+            }
+            return dropped >= 0;
+        });
+        return dropped;
+    }
+};
+
+// The threads named `name`, and the open descriptors, of this process.
+int threadsNamed(const std::string& name)
+{
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        count += readFile(task.path() / "comm") == name + "\n" ? 1 : 0;
+    }
+    return count;
+}
+
+int openDescriptors()
+{
+    int count = 0;
+    for ([[maybe_unused]] const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+// TLS 1.3 ends the client's handshake before the relay checked its certificate: the target waits
+// for that verdict, names the relay's alert, and counts every record instead of writing it into
+// the refused connection.
+TEST_F(CRemoteFaultsTest, CountsEveryRecordARelayRefusingItsCertificateDidNotTake)
+{
+    CTempDir dir;
+    const CTestCertificates certificates(dir.path());
+    CRsyslogd rsyslogd(dir.path(), CRsyslogd::CInput::TLS, "127.0.0.1",
+                       {&certificates, "x509/name", "vexlor-test-client"});
+    const std::string port = std::to_string(rsyslogd.port());
+    const std::string common =
+        ", transport=tls, host=localhost, drain-ms=300, port=" + port + ", ca=" + certificates.ca;
+    read("target = " + plugin(0) + ", name=a" + common + ", cert=" + certificates.clientCert +
+         ", key=" + certificates.clientKey + "\ntarget = " + plugin(1) + ", name=b" + common +
+         "\ntarget = " + plugin(2) + ", name=c" + common + ", cert=" + certificates.otherClientCert +
+         ", key=" + certificates.otherClientKey + "\n");
+    const int records = 300;
+    logNumbered(0, records);
+    ASSERT_TRUE(rsyslogd.waitForMessages(records));  // from a, which the relay accepts
+    const std::string refused =
+        ": cannot deliver to tls localhost:" + port + " - the relay refused the connection with the TLS alert \"";
+    EXPECT_TRUE(m_syslog.waitFor("remote target b" + refused +
+                                 "certificate required\"; records wait in the queue "
+                                 "(10000 records or 16777216 bytes at most) and delivery is retried"));
+    EXPECT_TRUE(m_syslog.waitFor("remote target c" + refused +
+                                 "unknown CA\"; records wait in the queue (10000 "
+                                 "records or 16777216 bytes at most) and delivery is retried"));
+    read("");
+    EXPECT_EQ(records, droppedAtTheEnd("remote target b"));
+    EXPECT_EQ(records, droppedAtTheEnd("remote target c"));
+    EXPECT_EQ(0, m_syslog.countContaining("delivering to"));
+    EXPECT_EQ(static_cast<std::size_t>(records), rsyslogd.received().size());
+}
+
+// A relay at its session limit accepts and closes (or resets) at once: each connection is a
+// failed attempt, retried with back-off, and the records wait and are counted at the end.
+TEST_F(CRemoteFaultsTest, BacksOffFromARelayThatEndsEveryConnectionAtOnce)
+{
+    CFakeRelay closing([](int fd) { close(fd); });
+    CFakeRelay resetting([](int fd) {
+        const linger abort{1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+        close(fd);
+    });
+    const std::string common = ", host=127.0.0.1, retry-ms=50, retry-max-ms=200, drain-ms=100, port=";
+    read("target = " + plugin(0) + ", name=closing" + common + std::to_string(closing.port()) +
+         "\ntarget = " + plugin(1) + ", name=resetting" + common + std::to_string(resetting.port()) + "\n");
+    const int records = 500;
+    logNumbered(0, records);
+    const std::string after = " right after accepting the connection; records wait";
+    EXPECT_TRUE(m_syslog.waitFor("remote target closing: cannot deliver to tcp 127.0.0.1:" +
+                                 std::to_string(closing.port()) + " - connection closed by the relay" + after +
+                                 " in the queue (10000 records or 16777216 bytes at most) and delivery is retried"));
+    EXPECT_TRUE(m_syslog.waitFor("remote target resetting: cannot deliver to tcp 127.0.0.1:" +
+                                 std::to_string(resetting.port()) + " - connection reset by the relay" + after +
+                                 " in the queue (10000 records or 16777216 bytes at most) and delivery is retried"));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    read("");
+    EXPECT_EQ(records, droppedAtTheEnd("remote target closing"));
+    EXPECT_EQ(records, droppedAtTheEnd("remote target resetting"));
+    EXPECT_EQ(0, m_syslog.countContaining("delivering to"));
+    // 1 s of back-off from 50 ms, doubling up to 200 ms: a few attempts, not thousands.
+    EXPECT_LE(closing.connections(), 12);
+    EXPECT_LE(resetting.connections(), 12);
+}
+
+// A relay that resets the connection after every 50 records, dropping what it had received but
+// not read (it counts that itself here). What its TCP had not acknowledged is sent again; what it
+// had acknowledged and dropped is what plain syslog cannot count, and the target says so.
+TEST_F(CRemoteFaultsTest, SendsAgainWhatAResettingRelayDidNotAcknowledge)
+{
+    std::mutex mutex;
+    std::vector<std::string> received;  // guarded by mutex
+    std::vector<std::string> discarded;  // guarded by mutex
+    CFakeRelay* relay = nullptr;
+    CFakeRelay resetting(
+        [&](int fd) {
+            std::string pending;
+            std::vector<std::string> taken;
+            relay->readFrames(fd, pending, taken, 50);
+            // Reads no more: the target fills the window, and then nothing else arrives.
+            int queued = -1;
+            int before = -2;
+            while (queued != before && !relay->stopping()) {
+                before = queued;
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                ioctl(fd, FIONREAD, &queued);
+            }
+            std::string unread(static_cast<std::size_t>(std::max(queued, 0)), '\0');
+            const ssize_t got = recv(fd, unread.data(), unread.size(), MSG_PEEK);
+            pending += unread.substr(0, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+            std::vector<std::string> dropped;
+            takeFrames(pending, dropped);
+            const linger abort{1, 0};
+            setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+            close(fd);
+            std::lock_guard<std::mutex> guard(mutex);
+            received.insert(received.end(), taken.begin(), taken.end());
+            discarded.insert(discarded.end(), dropped.begin(), dropped.end());
+        },
+        4096);
+    relay = &resetting;
+    read("target = " + plugin(0) + ", host=127.0.0.1, port=" + std::to_string(resetting.port()) + "\n");
+    const int records = 1000;
+    logNumbered(0, records);
+    ASSERT_TRUE(waitUntil([&] {
+        std::lock_guard<std::mutex> guard(mutex);
+        return received.size() + discarded.size() >= static_cast<std::size_t>(records);
+    }));
+    read("");
+    std::set<std::string> seen;
+    for (const std::vector<std::string>* list : {&received, &discarded}) {
+        for (const std::string& message : *list) {
+            EXPECT_TRUE(seen.insert(message.substr(message.find("] ") + 2)).second) << message;
+        }
+    }
+    EXPECT_EQ(static_cast<std::size_t>(records), seen.size());
+    EXPECT_GT(discarded.size(), 0u);
+    EXPECT_EQ(0, m_syslog.countContaining("dropped at the end"));
+    EXPECT_LE(1,
+              m_syslog.countContaining(
+                  "remote target remote: lost the connection to tcp 127.0.0.1:" + std::to_string(resetting.port()) +
+                  " - connection reset by the relay; records that its TCP had "
+                  "acknowledged may be lost (plain syslog cannot tell how many)"));
+}
+
+// Unloading a target whose relay is down returns at once: the sender's own thread drains for
+// drain-ms meanwhile, counts what it could not deliver, and ends.
+TEST_F(CRemoteFaultsTest, UnloadingDoesNotWaitForTheDrain)
+{
+    CFakeRelay gone([](int fd) { close(fd); });
+    const int port = gone.port();
+    const int threadsBefore = threadsNamed("vexlor-remote");
+    const int descriptorsBefore = openDescriptors();
+    read("target = " + plugin(0) + ", host=127.0.0.1, drain-ms=3000, port=" + std::to_string(port) + "\n");
+    logNumbered(0, 20);
+    const Clock::time_point start = Clock::now();
+    read("");
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1500));  // far below drain-ms
+    logNumbered(20, 5);  // nobody waits meanwhile
+    EXPECT_EQ(20, droppedAtTheEnd("remote target remote"));
+    EXPECT_TRUE(waitUntil([&] { return threadsNamed("vexlor-remote") == threadsBefore; }));
+    EXPECT_EQ(descriptorsBefore, openDescriptors());
+}
+
+// The relay's name is looked up with a DNS server that never answers: each attempt waits at most
+// connect-timeout-ms, one lookup at a time, and nothing is left behind once the system's resolver
+// has given up on it.
+TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
+{
+    CPrivateMounts mounts;
+    if (!mounts.ok()) {
+        GTEST_SKIP() << mounts.why();
+    }
+    // A DNS server on a loopback address that takes every question and answers none.
+    const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(53);
+    inet_pton(AF_INET, "127.0.0.77", &address.sin_addr);
+    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    mounts.bind(m_dir.write("resolv.conf", "nameserver 127.0.0.77\noptions timeout:1 attempts:1\n"),
+                "/etc/resolv.conf");
+    const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
+    const auto threadsBefore = threads();
+
+    {
+        // Attempts faster than the resolver gives up: the one lookup is taken up again each time.
+        CWaiter waiter;
+        CResolver resolver;
+        for (int attempt = 0; attempt < 20; ++attempt) {
+            std::string error;
+            EXPECT_EQ(nullptr,
+                      resolver.resolve("relay.vexlor-test", 514, SOCK_STREAM, waiter,
+                                       Clock::now() + std::chrono::milliseconds(30), error));
+            EXPECT_EQ("cannot resolve - no answer in time", error);
+            EXPECT_LE(CResolver::liveLookups(), 1);
+        }
+    }
+    read("target = " + plugin(0) +
+         ", host=relay.vexlor-test, connect-timeout-ms=100, retry-ms=20, "
+         "retry-max-ms=50, drain-ms=100\n");
+    logNumbered(0, 30);
+    EXPECT_TRUE(m_syslog.waitFor("remote target remote: cannot deliver to tcp relay.vexlor-test:514 - cannot resolve - "
+                                 "no answer in time; records wait in the queue (10000 records or 16777216 bytes at "
+                                 "most) and delivery is retried"));
+    read("");
+    EXPECT_EQ(30, droppedAtTheEnd("remote target remote"));
+    // Freed as soon as the resolver gives up (1 s), and its threads end soon after.
+    EXPECT_TRUE(waitUntil([] { return CResolver::liveLookups() == 0; }));
+    EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
+    close(silent);
+}
+
+}  // namespace

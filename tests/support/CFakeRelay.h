@@ -1,0 +1,42 @@
+// A relay written in a test, for the faults no real relay shows on demand: listens on a free port
+// of 127.0.0.1 and hands each accepted connection, one at a time, to `serve` on its own thread.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+class CFakeRelay {
+public:
+    // `serve` owns the descriptor (and closes it); it should return soon once stopping() is true.
+    // `receiveBuffer` > 0 sets the accepted sockets' SO_RCVBUF.
+    explicit CFakeRelay(std::function<void(int fd)> serve, int receiveBuffer = 0);
+    ~CFakeRelay();  // stops accepting and waits for `serve`
+    CFakeRelay(const CFakeRelay&) = delete;
+    CFakeRelay& operator=(const CFakeRelay&) = delete;
+
+    int port() const { return m_port; }
+    int connections() const { return m_connections.load(); }
+    bool stopping() const { return m_stopping.load(); }
+
+    // What the serve functions use. Waits until `fd` is readable, at most `ms`; false at stop.
+    bool readable(int fd, int ms) const;
+    // Reads octet-counted frames into `messages` until it holds `count` of them, the peer closes
+    // or the relay stops; `pending` keeps a frame read in part. False when the peer closed.
+    bool readFrames(int fd, std::string& pending, std::vector<std::string>& messages, std::size_t count) const;
+
+private:
+    void acceptLoop();
+
+    std::function<void(int)> m_serve;
+    int m_listener = -1;
+    int m_port = 0;
+    std::atomic<int> m_connections{0};
+    std::atomic<bool> m_stopping{false};
+    std::thread m_thread;
+};
+
+// Moves the complete octet-counted frames at the start of `buffer` into `messages`.
+void takeFrames(std::string& buffer, std::vector<std::string>& messages);
