@@ -92,6 +92,16 @@ int onNewSession(SSL* ssl, SSL_SESSION*)
     return 0;
 }
 
+// Called when the relay asks for the client's certificate: then its verdict on it is certain to
+// come, and worth waiting for.
+int onCertificateRequest(SSL* ssl, void*)
+{
+    if (streamOf(ssl) != nullptr) {
+        streamOf(ssl)->noteCertificateRequest();
+    }
+    return 1;
+}
+
 // RFC 8446's names of the alerts, as operators search for them.
 const char* alertName(int code)
 {
@@ -152,6 +162,7 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
     SSL_CTX_set_info_callback(m_context, onInfo);
     SSL_CTX_set_session_cache_mode(m_context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL_STORE);
     SSL_CTX_sess_set_new_cb(m_context, onNewSession);
+    SSL_CTX_set_cert_cb(m_context, onCertificateRequest, nullptr);
     std::string failure;
     // Opened here, not by OpenSSL: a FIFO or device given by mistake is refused instead of waited on.
     const CRegularFile ca(settings.ca, O_RDONLY);
@@ -249,6 +260,7 @@ bool CTlsStream::open(Clock::time_point limit, std::string& error)
 {
     m_alert = -1;
     m_ticket = false;
+    m_certificateRequested = false;
     m_written = 0;
     m_acknowledged = 0;
     m_records.clear();
@@ -285,7 +297,9 @@ bool CTlsStream::awaitVerdict(Clock::time_point limit, std::string& error)
     if (SSL_version(m_ssl) < TLS1_3_VERSION) {
         return true;
     }
-    const Clock::time_point until = verdictLimit(limit);
+    // A relay that asked for our certificate gives its verdict (a session ticket or an alert) once
+    // it has checked it, however busy it is: wait for it as long as a connection may take.
+    const Clock::time_point until = m_certificateRequested ? limit : verdictLimit(limit);
     while (!m_ticket && Clock::now() < until && !m_waiter.expired()) {
         if (m_waiter.wait(m_fd, POLLIN | POLLRDHUP, until) != 0) {
             char ignored[512];

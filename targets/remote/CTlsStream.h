@@ -58,6 +58,7 @@ public:
     // For OpenSSL's callbacks.
     void noteAlert(int code) { m_alert = code; }
     void noteTicket() { m_ticket = true; }
+    void noteCertificateRequest() { m_certificateRequested = true; }
 
 private:
     // Runs `step` (the handshake) until it completes, waiting for the socket as OpenSSL asks;
@@ -72,6 +73,7 @@ private:
     SSL* m_ssl = nullptr;
     int m_alert = -1;  // the fatal alert the relay sent on this connection, if any
     bool m_ticket = false;  // the relay sent a session ticket: it accepted the connection
+    bool m_certificateRequested = false;  // the relay asked for the client's certificate
     std::uint64_t m_written = 0;  // bytes that SSL_write took on this connection
     std::uint64_t m_acknowledged = 0;  // of these, in records whose every byte was acknowledged
     std::deque<std::pair<std::uint64_t, std::uint64_t>> m_records;  // written, wire bytes at their end

@@ -34,7 +34,9 @@ bool connectOne(int fd, const addrinfo& address, CWaiter& waiter, Clock::time_po
     socklen_t length = sizeof code;
     getsockopt(fd, SOL_SOCKET, SO_ERROR, &code, &length);
     if (code != 0) {
-        error = std::strerror(code);
+        // A reset here ended a connection the relay had accepted: the same fault as one noticed later.
+        error = code == ECONNRESET ? "connection reset by the relay right after accepting the connection"
+                                   : std::strerror(code);
         return false;
     }
     return true;
