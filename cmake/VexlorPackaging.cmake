@@ -35,7 +35,7 @@ set(exact "(= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvexlor1)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "vexlor logging library, with its targets that need no other library
- libvexlor.so.1, the file, syslog and control log targets, and the commented default
+ libvexlor.so.1, the console, file, syslog, control and recorder log targets, and the commented default
  configuration ${VEXLOR_CONFIG_DIR}/vexlor.cfg.")
 # Written here rather than generated: CPack would also try the plug-ins, which have no SONAME.
 file(WRITE ${PROJECT_BINARY_DIR}/debian-runtime/shlibs "libvexlor 1 libvexlor1 (>= ${PROJECT_VERSION})\n")
@@ -61,7 +61,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libvexlor1 ${exact}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "vexlor logging library: command-line tools
  vexlor-log logs from shell scripts, vexlor-check checks a configuration before it is deployed,
- vexlorctl shows and sets the component levels of running programs.")
+ vexlorctl shows and sets the component levels of running programs and prints the recorder's rings.")
 
 # Every other component is one target plug-in with a library of its own. Each package carries the
 # licence in Debian's machine-readable copyright format.

@@ -1,36 +1,19 @@
 // Reading and checking the file target's parameters.
 #include "CFileOptions.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
 
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "numberParameter.h"
 
 namespace {
 
 std::invalid_argument badValue(const std::string& key, const std::string& value, const std::string& why)
 {
     return std::invalid_argument(key + "=" + value + ": " + why);
-}
-
-// Digits with an optional K, M or G (powers of 1024), within [1, limit].
-unsigned long long byteCount(const std::string& key, const std::string& value, unsigned long long limit)
-{
-    const std::size_t digits = std::min(value.find_first_not_of("0123456789"), value.size());
-    const std::string suffix = value.substr(digits);
-    const unsigned long long unit = suffix.empty() ? 1
-        : suffix == "K" || suffix == "k"           ? 1ULL << 10
-        : suffix == "M" || suffix == "m"           ? 1ULL << 20
-        : suffix == "G" || suffix == "g"           ? 1ULL << 30
-                                                   : 0;
-    const unsigned long long number = digits == 0 || digits > 16 ? 0 : std::stoull(value.substr(0, digits));
-    if (unit == 0 || number == 0 || number > limit / unit) {
-        throw badValue(key, value, "not a size from 1 to " + std::to_string(limit) + " bytes (suffixes K, M, G)");
-    }
-    return number * unit;
 }
 
 unsigned long long wholeNumber(const std::string& key, const std::string& value, unsigned long long low,
@@ -74,18 +57,13 @@ CFileOptions CFileOptions::fromParameters(const CLogTargetParameters& parameters
     requireWith(parameters, "max-files", "max-size");
     requireWith(parameters, "flush-level", "buffer");
     requireWith(parameters, "flush-ms", "buffer");
-    const std::string maxSize = targetParameter(parameters, "max-size");
-    if (!maxSize.empty()) {
-        options.maxSize = byteCount("max-size", maxSize, 1ULL << 50);
-    }
+    options.maxSize = byteCountParameter(parameters, "max-size", options.maxSize, 1, 1ULL << 50);
     const std::string maxFiles = targetParameter(parameters, "max-files");
     if (!maxFiles.empty()) {
         options.maxFiles = static_cast<unsigned>(wholeNumber("max-files", maxFiles, 1, 999));
     }
-    const std::string buffer = targetParameter(parameters, "buffer");
-    if (!buffer.empty()) {
-        options.bufferSize = static_cast<std::size_t>(byteCount("buffer", buffer, 64ULL << 20));
-    }
+    options.bufferSize =
+        static_cast<std::size_t>(byteCountParameter(parameters, "buffer", options.bufferSize, 1, 64ULL << 20));
     const std::string flushLevel = targetParameter(parameters, "flush-level");
     if (!flushLevel.empty() && !parseLevelNumber(flushLevel, options.flushLevel)) {
         throw badValue("flush-level", flushLevel, "not a level (emerg ... debug, trace, 0-32)");
