@@ -1,5 +1,6 @@
 // vexlorctl: lists the running programs whose configuration loads the control target, shows
-// their components with masks and level descriptions, and sets a component's mask.
+// their components with masks and level descriptions, and sets a component's mask; lists and
+// prints the recorder target's rings (ringDump.cpp).
 // Exit status 0 on success, 1 when a process is gone, not controllable or refuses, 2 for a
 // usage error.
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "CControlClient.h"
 #include "levelText.h"
 #include "processList.h"
+#include "ringDump.h"
 #include "terminalText.h"
 
 namespace {
@@ -23,6 +25,8 @@ const char* const USAGE =
     "usage: vexlorctl list\n"
     "       vexlorctl show <pid|application>\n"
     "       vexlorctl set <pid|application> <component> <levels>\n"
+    "       vexlorctl rings [--dir=DIR]\n"
+    "       vexlorctl dump <pid|application|file> [--last N] [--pattern=PATTERN] [--utc] [--dir=DIR]\n"
     "  levels: a hex mask (0x1f), a bit string as in vexlor.cfg (000011111), or level names and\n"
     "          numbers (warn,debug,8; emerg-warn; all)\n"
     "A mask set here lasts until the program next reads a configuration file that names the component.\n";
@@ -221,6 +225,10 @@ int main(int argc, char** argv)
     }
     if (args.size() == 4 && args[0] == "set") {
         return set(args[1], args[2], args[3]);
+    }
+    if (!args.empty() && (args[0] == "rings" || args[0] == "dump")) {
+        const std::vector<std::string> rest(args.begin() + 1, args.end());
+        return args[0] == "rings" ? ringsCommand(rest) : dumpCommand(rest);
     }
     std::fputs(USAGE, stderr);
     return EXIT_USAGE;
