@@ -179,7 +179,10 @@ void CRingFile::append(int pid, int depth, long long seconds, int microseconds, 
     const std::size_t length = record::TEXT + threadLength + componentLength + functionLength + messageLength;
     const std::size_t span = aligned(length);
     if (m_head + span > m_areaSize) {
-        m_head = 0;  // what is left at the end keeps the oldest records until the next lap
+        // The end of the area is cleared before the next lap: records of an earlier lap there
+        // would outlive the ones this lap overwrites first, a gap a reader must take for corruption.
+        std::memset(m_area + m_head, 0, m_areaSize - m_head);
+        m_head = 0;
     }
     unsigned char* const at = m_area + m_head;
     invalidate(at + record::COMMIT);

@@ -201,9 +201,10 @@ TEST_F(CRecorderTargetTest, RefusesBadParametersAndOtherUsersDirectories)
 TEST_F(CRecorderTargetTest, WritesTheSameBytesOnEveryArchitecture)
 {
     load(", application-name=golden");
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 1000; ++i) {  // records of many sizes: each lap ends at another place
         m_container.log(4242, i % 4, SECONDS + i, i * 1000, i % 3 == 0 ? VX_ERR : VX_DEBUG,
-                        "thread " + std::to_string(i % 2), "net", i % 4 ? "poll" : "", "message " + std::to_string(i));
+                        "thread " + std::to_string(i % 2), "net", i % 4 ? "poll" : "",
+                        "message " + std::to_string(i) + std::string(i % 25 == 24 ? 500 : i * 7 % 13, '.'));
     }
     const std::string expected = readFile(VEXLOR_TEST_SOURCE_DIR "/data/recorder-armhf.ring");
     const std::string actual = readFile(m_rings + "/golden." + std::to_string(getpid()) + ".ring");

@@ -170,10 +170,11 @@ TEST(RecorderRingFormat, ReadsARingWrittenOnArmhf)
         runCommand({VEXLOR_TEST_VEXLORCTL, "dump", VEXLOR_TEST_SOURCE_DIR "/../shipped/data/recorder-armhf.ring",
                     "--last", "2", "--utc"});
     EXPECT_EQ(0, result.status) << result.err;
-    EXPECT_EQ("2099-01-01 00:04:58.298000 golden[4242] DEBUG net [thread 0]     poll: message 298\n"
-              "2099-01-01 00:04:59.299000 golden[4242] DEBUG net [thread 1]       poll: message 299\n"
-              "-- 2 records printed (of 187 held), 113 overwritten before the oldest one held, 0 torn or corrupt "
-              "skipped\n",
+    EXPECT_EQ("2099-01-01 00:16:38.998000 golden[4242] DEBUG net [thread 0]     poll: message 998.....\n"
+              "2099-01-01 00:16:39.999000 golden[4242] ERR net [thread 1]       poll: message 999" +
+                  std::string(500, '.') +
+                  "\n-- 2 records printed (of 139 held), 861 overwritten before the oldest one held, 0 torn or "
+                  "corrupt skipped\n",
               result.out);
 }
 
