@@ -13,6 +13,18 @@
 // A request is one line; the answer is lines ending with "ok" or "error<TAB>text", after which
 // the target closes the connection. Fields are separated by tabs; a backslash, tab or line feed
 // inside a field travels as "\\", "\t" or "\n". Both ends bound what they read in size and time.
+//
+// Requests, and the lines of their answers (a reader skips lines it does not know):
+//   info                 pid <pid>, application <name>, program <name>, components <count>
+//   show                 the info lines; syslogmask <hex>; per component: component <name> <hex
+//                        mask>, description <name> <number> <text>...; the target lines; config
+//                        <path> followed|not-followed|missing; raise <component> <seconds left>
+//                        <hex mask after> for each mask set for a while
+//   stats                the info lines and the target lines
+//   set <component> <hex mask> [<seconds>]
+//                        changed <component> <hex old> <hex new>, and with seconds: raise ...
+// A target line: target <name> <kind> <state, empty while it works>, then pairs of a counter's
+// name and its decimal value: written, dropped, lost, suppressed first, then the target's own.
 #pragma once
 
 #include <cstddef>

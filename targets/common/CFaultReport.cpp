@@ -4,6 +4,7 @@
 #include <cstring>
 #include <syslog.h>
 
+#include "CTargetCounters.h"
 #include "coarseClock.h"
 
 CFaultReport::~CFaultReport()
@@ -27,10 +28,13 @@ void CFaultReport::failed(const char* what, int error, unsigned long long record
 void CFaultReport::failed(const char* what, const std::string& why, unsigned long long records)
 {
     m_lastAttemptMs = coarseMilliseconds();
-    m_lost += records;
+    lost(records);
     if (!m_failing) {
         m_failing = true;
         m_reason = std::string(what) + " failed: " + why;
+        if (m_counters != nullptr) {
+            m_counters->setState(m_reason);
+        }
         syslog(LOG_ERR, "%s: %s; records are lost until it works again (%s)", m_who.c_str(), m_reason.c_str(),
                m_retry == ERetry::EVERY_RECORD ? "tried again with every record" : "retried once a second");
     }
@@ -41,9 +45,20 @@ unsigned long long CFaultReport::recovered()
     if (!m_failing) {
         return 0;
     }
-    const unsigned long long lost = m_lost;
-    syslog(LOG_WARNING, "%s: works again; %llu records were lost (%s)", m_who.c_str(), lost, reason().c_str());
+    const unsigned long long count = m_lost;
+    syslog(LOG_WARNING, "%s: works again; %llu records were lost (%s)", m_who.c_str(), count, reason().c_str());
     m_failing = false;
     m_lost = 0;
-    return lost;
+    if (m_counters != nullptr) {
+        m_counters->setState(std::string());
+    }
+    return count;
+}
+
+void CFaultReport::lost(unsigned long long records)
+{
+    m_lost += records;
+    if (m_counters != nullptr) {
+        m_counters->add(CTargetCounters::LOST, records);
+    }
 }

@@ -6,6 +6,8 @@
 
 #include <string>
 
+class CTargetCounters;
+
 class CFaultReport {
 public:
     static constexpr long long RETRY_MS = 1000;
@@ -23,6 +25,8 @@ public:
     CFaultReport& operator=(const CFaultReport&) = delete;
 
     void setWho(std::string who) { m_who = std::move(who); }
+    // Lost records and the fault's reason go into `counters` as well from now on.
+    void countInto(CTargetCounters& counters) { m_counters = &counters; }
     bool failing() const { return m_failing; }
     unsigned long long lostRecords() const { return m_lost; }
     // True while no fault is open, and while one is: about once a second, or always (EVERY_RECORD).
@@ -34,7 +38,7 @@ public:
     // The same with the reason in words ("is a FIFO, not a regular file").
     void failed(const char* what, const std::string& why, unsigned long long records);
     // Records dropped without an attempt while the fault lasts.
-    void lost(unsigned long long records) { m_lost += records; }
+    void lost(unsigned long long records);
     // Delivery works again: reports the end of an open fault and returns how many records it
     // cost (0 when none was open); the count starts again from 0.
     unsigned long long recovered();
@@ -44,6 +48,7 @@ public:
 private:
     std::string m_who;
     const ERetry m_retry;
+    CTargetCounters* m_counters = nullptr;
     bool m_failing = false;
     std::string m_reason;
     unsigned long long m_lost = 0;

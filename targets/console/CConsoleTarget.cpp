@@ -22,6 +22,7 @@
 #include "CFaultReport.h"
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CTargetCounters.h"
 #include "createTarget.h"
 
 namespace {
@@ -74,8 +75,10 @@ public:
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_stream(streamDescriptor(targetParameter(parameters, "stream", "stderr")))
         , m_colour(useColour(targetParameter(parameters, "color", "auto"), m_stream.fd()))
+        , m_counters(KIND, getName())
         , m_fault("console target \"" + getName() + "\" (" + targetParameter(parameters, "stream", "stderr") + ")")
     {
+        m_fault.countInto(m_counters);
     }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
@@ -102,6 +105,7 @@ public:
         if (const int error = m_stream.write(line.data(), line.size())) {
             m_fault.failed("write", error, 1);
         } else {
+            m_counters.add(CTargetCounters::WRITTEN);
             m_fault.recovered();
         }
     }
@@ -111,6 +115,7 @@ private:
     CLineLayout m_layout;
     CConsoleStream m_stream;
     const bool m_colour;
+    CTargetCounters m_counters;
     CFaultReport m_fault;
 };
 

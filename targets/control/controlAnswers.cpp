@@ -1,5 +1,5 @@
-// Requests "info", "show" and "set <component> <hex mask>", answered from the library's
-// component registry through its public calls, plus the process's syslog priority mask.
+// The requests of controlProtocol.h, answered from the library's component registry through its
+// public calls, the process's syslog priority mask, and the shipped targets' counters.
 #include "controlAnswers.h"
 
 #include <cerrno>  // program_invocation_short_name
@@ -10,6 +10,7 @@
 #include <vexlor/vexlor.h>
 
 #include "controlProtocol.h"
+#include "liveTargets.h"
 
 namespace {
 
@@ -86,7 +87,12 @@ std::string answerRequest(const std::vector<std::string>& request, uid_t peerUid
             return describeProcess(names) + joinFields({"ok"});
         }
         if (request.size() == 1 && request[0] == "show") {
-            return show() + joinFields({"ok"});
+            return show() + targetLines() + joinFields({"ok"});
+        }
+        if (request.size() == 1 && request[0] == "stats") {
+            std::vector<std::string> names;
+            vexlor_get_component_names(names);
+            return describeProcess(names) + targetLines() + joinFields({"ok"});
         }
         if (request.size() == 3 && request[0] == "set") {
             const std::string answer = set(request[1], request[2], peerUid, peerPid);

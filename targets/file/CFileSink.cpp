@@ -3,8 +3,9 @@
 
 #include <cstring>
 
-CFileSink::CFileSink(const std::string& name, const std::string& path, const CFileOptions& options)
-    : m_writer(name, path, options)
+CFileSink::CFileSink(const std::string& name, const std::string& path, const CFileOptions& options,
+                     CTargetCounters& counters)
+    : m_writer(name, path, options, counters)
     , m_capacity(options.bufferSize)
     , m_flushMs(options.flushMs)
     , m_buffer(options.bufferSize != 0 ? new char[options.bufferSize] : nullptr)

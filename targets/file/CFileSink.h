@@ -14,8 +14,8 @@
 
 class CFileSink {
 public:
-    // Opens `path`; throws std::runtime_error when it cannot.
-    CFileSink(const std::string& name, const std::string& path, const CFileOptions& options);
+    // Opens `path`; throws std::runtime_error when it cannot. Counts into `counters`.
+    CFileSink(const std::string& name, const std::string& path, const CFileOptions& options, CTargetCounters& counters);
     // Ends the thread, then writes what is buffered.
     ~CFileSink();
     CFileSink(const CFileSink&) = delete;

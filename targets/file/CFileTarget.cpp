@@ -27,6 +27,7 @@
 #include "CFileSink.h"
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CTargetCounters.h"
 #include "createTarget.h"
 #include "forkGeneration.h"
 
@@ -51,7 +52,8 @@ public:
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_path(expandPath(m_options.path, appname()))
-        , m_sink(std::make_unique<CFileSink>(getName(), m_path, m_options))
+        , m_counters(KIND, getName(), {"rotations", "reopens"})
+        , m_sink(std::make_unique<CFileSink>(getName(), m_path, m_options, m_counters))
         , m_generation(processGeneration())
     {
     }
@@ -101,7 +103,7 @@ private:
         abandon(m_sink);
         m_generation = processGeneration();
         try {
-            m_sink = std::make_unique<CFileSink>(getName(), m_path, m_options);
+            m_sink = std::make_unique<CFileSink>(getName(), m_path, m_options, m_counters);
         } catch (const std::exception& e) {
             syslog(LOG_ERR, "file target \"%s\": in the forked process %d: %s; its records are not written",
                    getName().c_str(), static_cast<int>(getpid()), e.what());
@@ -113,6 +115,7 @@ private:
     const CLevelSet m_levels;
     CLineLayout m_layout;
     std::string m_path;  // path= for the current application name
+    CTargetCounters m_counters;  // before the sink, which counts into it until its end
     std::unique_ptr<CFileSink> m_sink;
     unsigned m_generation;  // the process that m_sink belongs to
 };

@@ -24,8 +24,10 @@ unsigned long long lineCount(const char* data, std::size_t length)
 
 }  // namespace
 
-CFileWriter::CFileWriter(const std::string& name, const std::string& path, const CFileOptions& options)
+CFileWriter::CFileWriter(const std::string& name, const std::string& path, const CFileOptions& options,
+                         CTargetCounters& counters)
     : m_name(name)
+    , m_counters(counters)
     , m_mode(options.mode)
     , m_rotation(std::string(), options.maxSize, options.maxFiles)
     , m_fault(std::string(), CFaultReport::ERetry::EVERY_RECORD)
@@ -37,6 +39,7 @@ CFileWriter::CFileWriter(const std::string& name, const std::string& path, const
     }
     m_rotation.setWho(who());
     m_fault.setWho(who());
+    m_fault.countInto(m_counters);
     m_nextCheckMs = coarseMilliseconds() + CHECK_MS;
 }
 
@@ -96,17 +99,24 @@ void CFileWriter::checkPath()
     m_file.refresh();
     switch (m_file.pathState()) {
     case CLogFile::EPath::SAME: m_missingSinceMs = -1; return;
-    case CLogFile::EPath::REPLACED: reopen(m_file.path()); return;
+    case CLogFile::EPath::REPLACED: reopenMoved(); return;
     case CLogFile::EPath::MISSING:
         // A removed file comes back at once. A moved one (logrotate's create) gets a second for
         // its mover to create the new file: creating it first would be in the mover's way.
         if (m_file.linked() && m_missingSinceMs < 0) {
             m_missingSinceMs = now;
         } else if (!m_file.linked() || now - m_missingSinceMs >= CHECK_MS) {
-            reopen(m_file.path());
+            reopenMoved();
         }
         return;
     }
+}
+
+bool CFileWriter::reopenMoved()
+{
+    const bool reopened = reopen(m_file.path());
+    m_counters.add(REOPENS, reopened ? 1 : 0);
+    return reopened;
 }
 
 bool CFileWriter::reopen(const std::string& path)
@@ -176,7 +186,7 @@ bool CFileWriter::rotateNow()
     // A file that is no longer at the path was rotated by another process or moved by logrotate:
     // follow the path instead.
     if (m_file.pathState() != CLogFile::EPath::SAME) {
-        const bool reopened = reopen(m_file.path());
+        const bool reopened = reopenMoved();
         m_file.unlock();
         return reopened;
     }
@@ -184,6 +194,7 @@ bool CFileWriter::rotateNow()
     // The new file is made while the lock is held (opening it releases the lock); until it opens,
     // the rotated one (still linked) takes the records.
     if (rotated) {
+        m_counters.add(ROTATIONS);
         reopen(m_file.path());
     }
     m_file.unlock();
@@ -212,6 +223,7 @@ bool CFileWriter::writeChunk(const char* data, std::size_t length)
     std::size_t written = 0;
     const int error = writeFully(m_file.fd(), data, length, written);
     m_file.grew(written);
+    m_counters.add(CTargetCounters::WRITTEN, lineCount(data, written));
     if (error == 0) {
         return true;
     }

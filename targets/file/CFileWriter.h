@@ -18,11 +18,17 @@
 #include "CFileOptions.h"
 #include "CLogFile.h"
 #include "CRotation.h"
+#include "CTargetCounters.h"
 
 class CFileWriter {
 public:
-    // Opens `path`; throws std::runtime_error when it cannot.
-    CFileWriter(const std::string& name, const std::string& path, const CFileOptions& options);
+    // The file target's own counters, after the standard ones.
+    enum ECounter : unsigned { ROTATIONS = CTargetCounters::OWN, REOPENS };
+
+    // Opens `path`; throws std::runtime_error when it cannot. Counts into `counters`, which
+    // outlives the writer.
+    CFileWriter(const std::string& name, const std::string& path, const CFileOptions& options,
+                CTargetCounters& counters);
     // Writes the count of an open fault into the file if it can (else syslog has it).
     ~CFileWriter();
     CFileWriter(const CFileWriter&) = delete;
@@ -40,6 +46,8 @@ private:
     std::string who() const;
     void checkPathIfDue();
     bool reopen(const std::string& path);
+    // Opens the path again after the file was moved, removed or replaced, and counts it.
+    bool reopenMoved();
     void writeRotating(const char* data, std::size_t length);
     bool rotateNow();
     bool lockHeldTooLong();
@@ -47,6 +55,7 @@ private:
     bool writeLostNotice();
 
     const std::string m_name;
+    CTargetCounters& m_counters;
     const mode_t m_mode;
     CLogFile m_file;
     CRotation m_rotation;

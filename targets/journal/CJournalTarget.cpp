@@ -22,6 +22,7 @@
 #include "CFaultReport.h"
 #include "CJournalSocket.h"
 #include "CLevelSet.h"
+#include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
 
@@ -63,8 +64,10 @@ public:
         , m_facility(std::to_string(facilityCode(facility(parameters), "facility=" + facility(parameters)) >> 3))
         , m_identity(identity(appname()))
         , m_socket(JOURNAL_SOCKET)
+        , m_counters(KIND, getName())
         , m_fault("journal target \"" + getName() + "\" (" + JOURNAL_SOCKET + ")", CFaultReport::ERetry::EVERY_RECORD)
     {
+        m_fault.countInto(m_counters);
     }
 
     void log(int, int depth, long long, int, vexlor_level* level, const std::string& threadName,
@@ -91,6 +94,7 @@ public:
         // Only the first record of a fault waits for room: a stopped journal costs one wait, not one per record.
         const int error = m_socket.send(parts, count, !m_fault.failing());
         if (error == 0) {
+            m_counters.add(CTargetCounters::WRITTEN);
             m_fault.recovered();
         } else if (error == EAGAIN) {
             m_fault.failed("send", "the journal takes nothing (its queue stayed full)", 1);
@@ -125,6 +129,7 @@ private:
     std::string m_identity;
     std::string m_fields[FIELDS];
     CJournalSocket m_socket;
+    CTargetCounters m_counters;
     CFaultReport m_fault;
 };
 

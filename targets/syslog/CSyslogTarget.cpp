@@ -15,6 +15,7 @@
 
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
 
@@ -39,6 +40,7 @@ public:
         , m_facility(facilityOrDefault(targetParameter(parameters, "facility")))
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters, DEFAULT_PATTERN))
+        , m_counters(KIND, getName())
     {
     }
 
@@ -55,6 +57,7 @@ public:
                                    message, appname()});
         text.append('\0');
         syslog(m_facility | vexlor_level_to_prio(level), "%s", text.data());
+        m_counters.add(CTargetCounters::WRITTEN);  // handed to syslog(3), which tells no more
     }
 
     int isSyslogTarget() override { return 1; }
@@ -63,6 +66,7 @@ private:
     const int m_facility;
     const CLevelSet m_levels;
     CLineLayout m_layout;
+    CTargetCounters m_counters;
 };
 
 }  // namespace

@@ -94,7 +94,7 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 }
 
 // A reader that went away (program | head -1): no SIGPIPE, one report when it starts, one with
-// the exact count when writing works again or the target is unloaded.
+// the exact count when writing works again or the target is unloaded; vexlorctl stats the same.
 TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
 {
     ASSERT_NE(SIG_ERR, std::signal(SIGPIPE, SIG_DFL));  // as in a program that never touched it
@@ -108,7 +108,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
     close(closed[0]);
     {
         CRedirect redirect(STDERR_FILENO, closed[1]);
-        read(TARGET + ", color=never, pattern=%m\n");
+        read(TARGET + ", color=never, pattern=%m\n" + CONTROL_LINE);
         for (int i = 0; i < 3; ++i) {
             log(VX_ERR, "lost");
         }
@@ -135,6 +135,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         dup2(closed[1], STDERR_FILENO);
         log(VX_ERR, "lost");
         log(VX_ERR, "lost");
+        EXPECT_EQ((CCounters{{"written", 1}, {"dropped", 0}, {"lost", 6}, {"suppressed", 0}}), statsOf("console"));
         read("");
     }
     EXPECT_EQ("delivered\n", drain(working[0]));

@@ -1,7 +1,7 @@
 // The file target on a small tmpfs that fills up, in a private mount namespace: one report when
 // a fault starts and one with the exact count when it ends, the same count in the file, the next
 // record after space came back written, the count of a fault still open at unload in the file
-// too, and no line left cut and merged with the next.
+// too, no line left cut and merged with the next, and the same counts in vexlorctl stats.
 #include <syslog.h>
 
 #include "CFileTargetFixture.h"
@@ -24,7 +24,7 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactlyInTheFileA
         mounts.tmpfs(disk, "64k");
         writeFile(disk + "/filler", std::string(40 * 1024, 'f'));
         const std::string path = disk + "/app.log";
-        read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + ", pattern=%m" + buffer + "\n");
+        read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + ", pattern=%m" + buffer + "\n" + CONTROL_LINE);
         const std::string who = "file target \"file\" (" + path + ")";
         const std::string reason = "write failed: No space left on device";
         const std::string started = who + ": " + reason +
@@ -48,6 +48,7 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactlyInTheFileA
                 EXPECT_THROW(writeFile(disk + "/filler2", std::string(64 * 1024, 'f')), std::runtime_error);
             }
         }
+        const CCounters counted = statsOf("file");
         read("");
 
         // Whole records, the records the disk filled up in cut and ended, and one notice per fault.
@@ -69,6 +70,14 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactlyInTheFileA
         if (buffer.empty()) {
             // Only what was logged while the disk was full: the record that filled it and 20 more.
             EXPECT_EQ(std::vector<unsigned long long>({21, 21}), lost);
+            // What vexlorctl stats says before the unload: nothing was waiting in a buffer.
+            EXPECT_EQ((CCounters{{"written", found.size()},
+                                 {"dropped", 0},
+                                 {"lost", 42},
+                                 {"suppressed", 0},
+                                 {"rotations", 0},
+                                 {"reopens", 0}}),
+                      counted);
             const std::vector<int> afterwards = range(afterFirst, 10);
             EXPECT_TRUE(std::includes(found.begin(), found.end(), afterwards.begin(), afterwards.end()));
         }

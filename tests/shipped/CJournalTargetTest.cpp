@@ -1,6 +1,6 @@
 // The journal target writing to a journald stand-in that parses the native protocol: refusal
 // without a journal, every field, and the records of a journal that stopped reading or whose
-// socket went away counted exactly, without a log call held up.
+// socket went away counted exactly (in vexlorctl stats too), without a log call held up.
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -96,9 +96,10 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
                   m_syslog.countContaining("no journal at /run/systemd/journal/socket - No such file or directory "
                                            "(is systemd-journald running?)"));
 
+        vexlor_get_application_name();  // the control target's answers start the library's own instance
         const auto before = descriptorsAndThreads();
         int journal = journalStandIn();
-        read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n");
+        read("target = " VEXLOR_TEST_TARGET_JOURNAL ", name=j, facility=local3, levels=emerg-notice\n" + CONTROL_LINE);
         m_container.log(42, 2, SECONDS, 7, VX_ERR, "main", "net", "poll", "link down\nsecond line");
         log(VX_DEBUG, "filtered out by levels=");
         m_container.setAppname("player");
@@ -129,6 +130,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
         // A journal that stops reading, then one whose socket is gone for a moment: no log call
         // waits (the limit is a hang guard), and what the journal did not take is counted exactly.
         const std::string who = "journal target \"j\" (/run/systemd/journal/socket): ";
+        CCounters counted{{"written", 2}, {"dropped", 0}, {"lost", 0}, {"suppressed", 0}};
         for (const std::string reason :
              {"the journal takes nothing (its queue stayed full)", "No such file or directory"}) {
             const bool gone = reason[0] == 'N';
@@ -142,6 +144,8 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
             }
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
             const std::size_t taken = gone ? 0 : drain(journal);
+            counted["written"] += taken + 1;
+            counted["lost"] += 2000 - taken;
             journal = gone ? journalStandIn() : journal;
             log(VX_ERR, "after");
             EXPECT_EQ(1u, drain(journal));
@@ -152,6 +156,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
                       m_syslog.count(who + "works again; " + std::to_string(2000 - taken) +
                                      " records were lost (send failed: " + reason + ")"));
         }
+        EXPECT_EQ(counted, statsOf("j"));
         read("");
         close(journal);
         EXPECT_EQ(before, descriptorsAndThreads());

@@ -1,6 +1,6 @@
 // What the shipped targets' tests share: a container on a temporary directory that loads the
-// plug-ins through a configuration file, the captured syslog, the idle check of a thread, and
-// fork children.
+// plug-ins through a configuration file, the captured syslog, the idle check of a thread, fork
+// children, and the counters the control target reports.
 #pragma once
 
 #include <chrono>
@@ -8,12 +8,17 @@
 #include <filesystem>
 #include <iostream>
 #include <gtest/gtest.h>
+#include <map>
+#include <sstream>
 #include <string>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
+#include "controlProtocol.h"
 #include "runInChild.h"
 #include "container/CLogTargetContainer.h"
 #include "waitUntil.h"
@@ -46,6 +51,38 @@ protected:
     CSyslogCapture m_syslog;
     CLogTargetContainer m_container{m_dir.path(), false, nullptr};
 };
+
+// Makes this process controllable, as vexlorctl sees it.
+const std::string CONTROL_LINE = "target = " VEXLOR_TEST_TARGET_CONTROL "\n";
+
+using CCounters = std::map<std::string, unsigned long long>;
+
+// What this process's control target reports for the target `name`, as vexlorctl stats asks it:
+// each counter by its name ("written", "lost", ...).
+inline CCounters statsOf(const std::string& name)
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address;
+    const socklen_t length = vexlor_control::socketAddress(vexlor_control::primaryName(getpid()), address);
+    std::string answer;
+    char buffer[4096];
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 && send(fd, "stats\n", 6, MSG_NOSIGNAL) == 6) {
+        for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+            answer.append(buffer, static_cast<std::size_t>(n));
+        }
+    }
+    close(fd);
+    CCounters counters;
+    std::istringstream lines(answer);
+    for (std::string line; std::getline(lines, line);) {
+        const std::vector<std::string> fields = vexlor_control::splitFields(line);
+        const bool wanted = fields.size() > 4 && fields[0] == "target" && fields[1] == name;
+        for (std::size_t i = 4; wanted && i + 1 < fields.size(); i += 2) {
+            counters[fields[i]] = std::stoull(fields[i + 1]);
+        }
+    }
+    return counters;
+}
 
 // `plugin` written another way for each `variant` > 0: the container loads one library path once,
 // so a further target of the same plug-in in one configuration needs a path of its own.

@@ -160,6 +160,32 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
     EXPECT_EQ(0, recorder.finish());
 }
 
+TEST_F(CVexlorctlTest, ShowsEachTargetsCountersAsTextAndJson)
+{
+    CTempDir dir;
+    m_paths.writeDefaultConfig(CONTROL_LINE + "target = " VEXLOR_TEST_TARGET_FILE ", path=" + dir.file("app.log") +
+                               ", pattern=%m\n");
+    CChildProcess app({VEXLOR_TEST_CONTROLLED_APP, "player", "25"});
+    ASSERT_EQ("ready", app.readLine());
+    const std::string pid = std::to_string(app.pid());
+    const std::string counters = "written 25, dropped 0, lost 0, suppressed 0, rotations 0, reopens 0";
+    EXPECT_EQ(25, std::count(std::istreambuf_iterator<char>(std::ifstream(dir.file("app.log")).rdbuf()), {}, '\n'));
+
+    EXPECT_THAT(ctl({"show", "player"}).out, HasSubstr("\n  target file (file): " + counters + "\n"));
+    const CCommandResult text = ctl({"stats", "player"});
+    EXPECT_EQ("process " + pid + ": application \"player\", program \"controlled_app\"\n  file (file): " + counters +
+                  "\n",
+              text.out);
+    const CCommandResult json = ctl({"stats", pid, "--json"});
+    EXPECT_EQ(0, json.status);
+    EXPECT_EQ("{\"pid\":" + pid +
+                  ",\"application\":\"player\",\"program\":\"controlled_app\",\"targets\":[{\"name\":\"file\","
+                  "\"kind\":\"file\",\"state\":\"\",\"written\":25,\"dropped\":0,\"lost\":0,\"suppressed\":0,"
+                  "\"rotations\":0,\"reopens\":0}]}\n",
+              json.out);
+    EXPECT_EQ(0, app.finish());
+}
+
 TEST_F(CVexlorctlTest, ReportsProcessesItCannotAskInOneLine)
 {
     // A socket under this process's name, held by another process; one that ends mid-answer.

@@ -4,9 +4,6 @@
 
 #include <cstdio>
 
-namespace {
-
-// The length of the valid UTF-8 sequence at `text[i]` that is no control character, or 0.
 std::size_t sequenceLength(const std::string& text, std::size_t i)
 {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
@@ -33,8 +30,6 @@ std::size_t sequenceLength(const std::string& text, std::size_t i)
     const bool beyond = lead == 0xf4 && second >= 0x90;  // past U+10FFFF
     return c1 || overlong || surrogate || beyond ? 0 : length;
 }
-
-}  // namespace
 
 std::string printable(const std::string& text)
 {

@@ -1,6 +1,6 @@
 // vexlorctl: lists the running programs whose configuration loads the control target, shows
-// their components with masks and level descriptions, and sets a component's mask; lists and
-// prints the recorder target's rings (ringDump.cpp).
+// their components with masks and level descriptions and their targets' counters, and sets a
+// component's mask; lists and prints the recorder target's rings (ringDump.cpp).
 // Exit status 0 on success, 1 when a process is gone, not controllable or refuses, 2 for a
 // usage error.
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include "CControlClient.h"
 #include "levelText.h"
 #include "processList.h"
+#include "programView.h"
 #include "ringDump.h"
 #include "terminalText.h"
 
@@ -24,6 +25,7 @@ constexpr int EXIT_USAGE = 2;
 const char* const USAGE =
     "usage: vexlorctl list\n"
     "       vexlorctl show <pid|application>\n"
+    "       vexlorctl stats <pid|application> [--json]\n"
     "       vexlorctl set <pid|application> <component> <levels>\n"
     "       vexlorctl rings [--dir=DIR]\n"
     "       vexlorctl dump <pid|application|file> [--last N] [--pattern=PATTERN] [--utc] [--dir=DIR]\n"
@@ -31,16 +33,19 @@ const char* const USAGE =
     "          numbers (warn,debug,8; emerg-warn; all)\n"
     "A mask set here lasts until the program next reads a configuration file that names the component.\n";
 
-// The first line whose first field is `key`: its second field, ready to print (see printable).
-std::string field(const CLines& lines, const std::string& key)
+// The first line whose first field is `key`: its second field as the program sent it.
+std::string rawField(const CLines& lines, const std::string& key)
 {
     for (const auto& line : lines) {
         if (line.size() > 1 && line[0] == key) {
-            return printable(line[1]);
+            return line[1];
         }
     }
     return std::string();
 }
+
+// The same, ready to print (see printable).
+std::string field(const CLines& lines, const std::string& key) { return printable(rawField(lines, key)); }
 
 // A mask as a program sends it; anything else reads as 0.
 unsigned int hexField(const std::string& text)
@@ -168,6 +173,38 @@ int show(const std::string& target)
                     field(reply.lines, "components").c_str());
         std::printf("  syslog priority mask 0x%02x: %s\n", syslogMask, levelNames(syslogMask).c_str());
         printComponents(reply.lines);
+        for (const CTargetRow& row : targetRows(reply.lines)) {
+            std::printf("  target %s\n", targetText(row).c_str());
+        }
+    }
+    return status;
+}
+
+int stats(const std::string& target, bool json)
+{
+    std::vector<int> pids;
+    if (!resolve(target, pids)) {
+        return EXIT_FAILED;
+    }
+    int status = 0;
+    for (const int pid : pids) {
+        const CControlReply reply = askProcess(pid, {"stats"});
+        if (reply.status != CControlReply::ok) {
+            status = fail(reply.text);
+            continue;
+        }
+        const std::vector<CTargetRow> rows = targetRows(reply.lines);
+        if (json) {
+            std::printf(
+                "%s\n",
+                statsJson(pid, rawField(reply.lines, "application"), rawField(reply.lines, "program"), rows).c_str());
+            continue;
+        }
+        std::printf("process %d: application \"%s\", program \"%s\"\n", pid, field(reply.lines, "application").c_str(),
+                    field(reply.lines, "program").c_str());
+        for (const CTargetRow& row : rows) {
+            std::printf("  %s\n", targetText(row).c_str());
+        }
     }
     return status;
 }
@@ -222,6 +259,9 @@ int main(int argc, char** argv)
     }
     if (args.size() == 2 && args[0] == "show") {
         return show(args[1]);
+    }
+    if ((args.size() == 2 || (args.size() == 3 && args[2] == "--json")) && args[0] == "stats") {
+        return stats(args[1], args.size() == 3);
     }
     if (args.size() == 4 && args[0] == "set") {
         return set(args[1], args[2], args[3]);
