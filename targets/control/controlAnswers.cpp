@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <vexlor/vexlor.h>
 
+#include "configFile.h"
 #include "controlProtocol.h"
 #include "liveTargets.h"
 
@@ -87,7 +88,7 @@ std::string answerRequest(const std::vector<std::string>& request, uid_t peerUid
             return describeProcess(names) + joinFields({"ok"});
         }
         if (request.size() == 1 && request[0] == "show") {
-            return show() + targetLines() + joinFields({"ok"});
+            return show() + targetLines() + configLine() + joinFields({"ok"});
         }
         if (request.size() == 1 && request[0] == "stats") {
             std::vector<std::string> names;

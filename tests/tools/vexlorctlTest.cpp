@@ -111,6 +111,7 @@ TEST(VexlorctlLevels, ReadsHexBitStringsAndLevelNames)
     EXPECT_EQ("WARN DEBUG TRACE 31", levelNames(0x80000190u));
 }
 
+// Also: show says when a rename ended the watch of the configuration.
 TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
 {
     m_paths.writeDefaultConfig(CONTROL_LINE);
@@ -135,7 +136,9 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
                   "  net                  0x00000010  WARN\n"
                   "                         level 4 = warnings\n"
                   "                         level 7 = packet dumps\n"
-                  "  storage              0x00000008  ERR\n",
+                  "  storage              0x00000008  ERR\n"
+                  "  configuration " +
+                  m_paths.defaultConfig() + ": followed (a change written to it takes effect at once)\n",
               shown.out);
 
     const CCommandResult set = ctl({"set", "player", "net", "warn,debug,8"});
@@ -154,6 +157,14 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
     m_paths.writeDefaultConfig(CONTROL_LINE + "component = net, 1\n");
     EXPECT_TRUE(waitUntil([&] {
         return ctl({"show", "player"}).out.find("0x00000001  EMERG\n") != std::string::npos;
+    }));
+    EXPECT_THAT(ctl({"show", "recorder"}).out, HasSubstr("net                  0x00000001  EMERG\n"));
+
+    // sed -i renames its copy over the file, which ends the programs' watch of it.
+    ASSERT_EQ(0, runCommand({"sed", "-i", "s/1$/11/", m_paths.defaultConfig()}).status);
+    EXPECT_TRUE(waitUntil([&] {
+        return ctl({"show", "player"}).out.find(m_paths.defaultConfig() + ": CHANGES ARE NO LONGER FOLLOWED") !=
+            std::string::npos;
     }));
     EXPECT_THAT(ctl({"show", "recorder"}).out, HasSubstr("net                  0x00000001  EMERG\n"));
     EXPECT_EQ(0, player.finish());

@@ -87,6 +87,27 @@ std::string statsJson(int pid, const std::string& application, const std::string
     return json + "]}";
 }
 
+std::string configText(const CLines& lines)
+{
+    for (const auto& line : lines) {
+        if (line.size() != 3 || line[0] != "config") {
+            continue;
+        }
+        const std::string head = "  configuration " + printable(line[1]) + ": ";
+        if (line[2] == "followed") {
+            return head + "followed (a change written to it takes effect at once)\n";
+        }
+        const std::string why = line[2] == "missing"
+            ? "MISSING: it was removed after the program read it.\n"
+            : "CHANGES ARE NO LONGER FOLLOWED: the file was replaced after the program read it\n"
+              "    (renamed over, as sed -i, many editors and deployment tools do, or removed and made again).\n";
+        return head + why +
+            "    The program keeps the configuration it read last; restart it to read the file again.\n"
+            "    Replace configuration files with vexlor-check --install, which writes them in place.\n";
+    }
+    return std::string();
+}
+
 std::string jsonString(const std::string& text)
 {
     std::string json = "\"";

@@ -1,6 +1,6 @@
-// How vexlorctl prints what a program says about its targets: one escaped line per target for the
-// operator, one JSON object per program for scripts and monitoring agents. A program of another
-// user may answer anything, so what is not well formed is left out.
+// How vexlorctl prints what a program says about its targets and its configuration file: escaped
+// lines for the operator, one JSON object per program for scripts and monitoring agents. A
+// program of another user may answer anything, so what is not well formed is left out.
 #pragma once
 
 #include <string>
@@ -26,6 +26,9 @@ std::string targetText(const CTargetRow& row);
 // "state":"","written":12,...}]} on one line.
 std::string statsJson(int pid, const std::string& application, const std::string& program,
                       const std::vector<CTargetRow>& rows);
+// What the "config" line of `lines` says, in words for the operator: whether the program reads
+// changes to its configuration file, and if not, why and what to do; empty without such a line.
+std::string configText(const CLines& lines);
 // `text` as a JSON string: valid UTF-8 with every control character escaped, and each byte that is
 // not part of valid UTF-8 as U+FFFD.
 std::string jsonString(const std::string& text);

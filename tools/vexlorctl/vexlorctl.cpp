@@ -176,6 +176,7 @@ int show(const std::string& target)
         for (const CTargetRow& row : targetRows(reply.lines)) {
             std::printf("  target %s\n", targetText(row).c_str());
         }
+        std::fputs(configText(reply.lines).c_str(), stdout);
     }
     return status;
 }
