@@ -3,7 +3,7 @@
 # Debian packages (and their check in a fresh root) need, or the packages named as arguments. Skips
 # apt when everything is there already.
 set -eu
-packages="build-essential cmake ninja-build pkg-config binutils clang libclang-rt-14-dev libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user libssl-dev openssl rsyslog rsyslog-openssl logrotate scdoc man-db gzip dpkg-dev file debootstrap util-linux"
+packages="build-essential cmake ninja-build pkg-config binutils clang libclang-rt-14-dev libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev g++-arm-linux-gnueabihf qemu-user libssl-dev openssl rsyslog rsyslog-openssl rsyslog-relp logrotate scdoc man-db gzip dpkg-dev file debootstrap util-linux"
 [ $# -eq 0 ] || packages="$*"
 missing=""
 for p in $packages; do

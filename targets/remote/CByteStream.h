@@ -21,11 +21,13 @@ public:
     // Connects (TLS: and completes the handshake), waiting at most until `limit`; false with
     // `error` set when it fails.
     virtual bool open(Clock::time_point limit, std::string& error) = 0;
-    // Right after open, for a protocol in which the relay says nothing: waits a few round trips
-    // (at most until `limit`) for a relay that closes or refuses the connection at once, as one
-    // at its session limit or one that does not accept the client's certificate (TLS 1.3 sends
-    // that verdict after the handshake). False with `error` set when it did.
-    virtual bool awaitVerdict(Clock::time_point limit, std::string& error) = 0;
+    // Right after open: waits (at most until `limit`) for a relay that closes or refuses the
+    // connection at once, as one at its session limit, or one that does not accept the client's
+    // certificate (TLS 1.3 sends that verdict after the handshake). Where the relay `answers` the
+    // client's first message anyway (RELP), only a verdict certain to come is awaited (on a
+    // certificate the relay asked for); otherwise a few round trips. False with `error` set when
+    // the relay refused.
+    virtual bool awaitVerdict(Clock::time_point limit, bool answers, std::string& error) = 0;
     // Writes as much of `data` as the connection takes now: the number of bytes (0 when it takes
     // nothing now; TLS: all or nothing, and the next call must offer the same bytes), or -1 with
     // `error` set when the connection failed.

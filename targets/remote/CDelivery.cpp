@@ -105,8 +105,8 @@ bool CDelivery::exchange(std::string& error)
     m_batchWritten += static_cast<std::size_t>(written);
     if (m_batchWritten < m_batch.size()) {
         // A slow relay: wait for room, and for what it says meanwhile.
-        m_waiter.wait(m_transport->fd(), m_transport->listens() ? POLLOUT | RELAY_EVENTS : POLLOUT,
-                      Clock::time_point::max());
+        m_waiter.wait(m_transport->fd(), m_transport->listens() ? POLLOUT | RELAY_EVENTS : POLLOUT, answerDue());
+        return !answerOverdue(error);
     }
     return true;
 }
@@ -200,7 +200,7 @@ void CDelivery::lose(const std::string& error)
     const char* const note = reset && !m_transport->acknowledges()
         ? "; records that its TCP had acknowledged may be lost (plain syslog cannot tell how many)"
         : "";
-    if (tookNothing) {
+    if (tookNothing || m_transport->faulty()) {
         attemptFailed(error);
     } else if (unconfirmed > 0) {
         m_report.connectionLost(error + note, unconfirmed);  // a fault until they are delivered
@@ -217,18 +217,12 @@ bool CDelivery::await(std::string& error)
         return true;  // more to send at once
     }
     const int fd = m_transport->listens() ? m_transport->fd() : -1;
-    Clock::time_point until = Clock::time_point::max();
-    if (!m_inFlight.empty()) {
-        if (m_transport->answers()) {
-            // The relay owes answers: it has connect-timeout-ms since its last one.
-            until = m_lastAnswer + milliseconds(m_settings.connectTimeoutMs);
-            if (Clock::now() >= until) {
-                error = "no answer for " + std::to_string(m_settings.connectTimeoutMs) + " ms";
-                return false;
-            }
-        } else if (m_report.faultOpen() || m_waiter.stopping()) {
-            until = Clock::now() + ACK_POLL;
-        }
+    if (answerOverdue(error)) {
+        return false;
+    }
+    Clock::time_point until = answerDue();
+    if (!m_inFlight.empty() && !m_transport->answers() && (m_report.faultOpen() || m_waiter.stopping())) {
+        until = Clock::now() + ACK_POLL;
     }
     if (windowFull) {
         m_waiter.wait(fd, RELAY_EVENTS, until);
@@ -236,6 +230,24 @@ bool CDelivery::await(std::string& error)
         m_report.queueEmpty();
         idle(fd, until);
     }
+    return true;
+}
+
+CDelivery::Clock::time_point CDelivery::answerDue() const
+{
+    // A relay that answers has connect-timeout-ms from its last answer for the next one.
+    if (m_inFlight.empty() || !m_transport->answers()) {
+        return Clock::time_point::max();
+    }
+    return m_lastAnswer + milliseconds(m_settings.connectTimeoutMs);
+}
+
+bool CDelivery::answerOverdue(std::string& error) const
+{
+    if (Clock::now() < answerDue()) {
+        return false;
+    }
+    error = "no answer for " + std::to_string(m_settings.connectTimeoutMs) + " ms";
     return true;
 }
 

@@ -49,6 +49,9 @@ private:
     // relay owes answers for too long.
     bool await(std::string& error);
     void idle(int fd, Clock::time_point until);
+    // When the relay's next answer is due (it answers, and records wait for one).
+    Clock::time_point answerDue() const;
+    bool answerOverdue(std::string& error) const;
 
     const CSenderSettings& m_settings;
     CRfc5424Formatter m_formatter;

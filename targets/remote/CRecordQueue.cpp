@@ -53,8 +53,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     bool stored = false;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
-        // RFC 5424's sequenceId: 1 to 2147483647, then 1 again.
-        m_sequence = m_sequence == 2147483647 ? 1 : m_sequence + 1;
+        m_sequence = nextSequence(m_sequence);
         header.sequence = m_sequence;
         std::size_t offset = static_cast<std::size_t>(m_tail % m_capacity);
         const std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;

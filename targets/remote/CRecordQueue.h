@@ -15,6 +15,9 @@
 #include "CQueuedRecord.h"
 #include "CWaiter.h"
 
+// RFC 5424's sequenceId after `sequence`: 1 to 2147483647, then 1 again.
+inline std::uint32_t nextSequence(std::uint32_t sequence) { return sequence >= 2147483647 ? 1 : sequence + 1; }
+
 class CRecordQueue {
 public:
     // A place in the ring's endless sequence of bytes; the byte is at position % the ring's size.

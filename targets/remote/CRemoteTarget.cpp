@@ -21,6 +21,7 @@
 
 #include <vexlor/vexlor_target.h>
 
+#include "CRelpTransport.h"
 #include "CSender.h"
 #include "CSyslogTransport.h"
 #include "CTcpStream.h"
@@ -36,17 +37,23 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
     const CTransportKind kind = parameters.transport;
     const std::string host = parameters.host;
     const int port = parameters.port;
-    const CFraming framing = parameters.framing;
+    const CFraming framing = usesTls(kind) ? CFraming::OCTET_COUNTING : parameters.framing;
     const std::shared_ptr<const CTlsContext> tls = parameters.tls;
+    const std::size_t window = parameters.window;
     return [=](CWaiter& waiter) -> std::unique_ptr<CTransport> {
         if (kind == CTransportKind::UDP) {
             return std::make_unique<CUdpTransport>(waiter, host, port);
         }
-        if (kind == CTransportKind::TCP) {
-            return std::make_unique<CSyslogTransport>(std::make_unique<CTcpStream>(waiter, host, port), framing);
+        std::unique_ptr<CByteStream> stream;
+        if (usesTls(kind)) {
+            stream = std::make_unique<CTlsStream>(waiter, host, port, tls);
+        } else {
+            stream = std::make_unique<CTcpStream>(waiter, host, port);
         }
-        return std::make_unique<CSyslogTransport>(std::make_unique<CTlsStream>(waiter, host, port, tls),
-                                                  CFraming::OCTET_COUNTING);
+        if (usesRelp(kind)) {
+            return std::make_unique<CRelpTransport>(waiter, std::move(stream), window);
+        }
+        return std::make_unique<CSyslogTransport>(std::move(stream), framing);
     };
 }
 

@@ -24,7 +24,7 @@ void appendFrame(CFraming framing, std::string_view message, std::string& out)
 bool CSyslogTransport::open(Clock::time_point limit, std::string& error)
 {
     m_framed = 0;
-    if (m_stream->open(limit, error) && m_stream->awaitVerdict(limit, error)) {
+    if (m_stream->open(limit, error) && m_stream->awaitVerdict(limit, false, error)) {
         return true;
     }
     m_stream->abandon();

@@ -12,7 +12,7 @@ public:
     ~CTcpStream() override { closeSocket(); }
 
     bool open(Clock::time_point limit, std::string& error) override { return connectTcp(limit, error); }
-    bool awaitVerdict(Clock::time_point limit, std::string& error) override;
+    bool awaitVerdict(Clock::time_point limit, bool answers, std::string& error) override;
     long write(const char* data, std::size_t size, std::string& error) override { return sendBytes(data, size, error); }
     long read(char* data, std::size_t size, std::string& error) override { return receiveBytes(data, size, error); }
     std::uint64_t acknowledged() override { return acknowledgedWireBytes(); }

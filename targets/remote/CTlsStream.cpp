@@ -291,10 +291,10 @@ bool CTlsStream::open(Clock::time_point limit, std::string& error)
     return true;
 }
 
-bool CTlsStream::awaitVerdict(Clock::time_point limit, std::string& error)
+bool CTlsStream::awaitVerdict(Clock::time_point limit, bool answers, std::string& error)
 {
     // TLS 1.2 relays give their verdict within the handshake.
-    if (SSL_version(m_ssl) < TLS1_3_VERSION) {
+    if (SSL_version(m_ssl) < TLS1_3_VERSION || (answers && !m_certificateRequested)) {
         return true;
     }
     // A relay that asked for our certificate gives its verdict (a session ticket or an alert) once

@@ -46,7 +46,7 @@ public:
     ~CTlsStream() override { abandon(); }
 
     bool open(Clock::time_point limit, std::string& error) override;
-    bool awaitVerdict(Clock::time_point limit, std::string& error) override;
+    bool awaitVerdict(Clock::time_point limit, bool answers, std::string& error) override;
     long write(const char* data, std::size_t size, std::string& error) override;
     long read(char* data, std::size_t size, std::string& error) override;
     std::uint64_t acknowledged() override;

@@ -49,6 +49,8 @@ public:
     // The connection ended because the relay refused it: nothing written into it was taken,
     // whatever TCP had acknowledged.
     virtual bool refused() const = 0;
+    // The relay broke the protocol: the connection counts as a failed attempt.
+    virtual bool faulty() const { return false; }
     // The connection ended with a reset: the relay may have dropped what its TCP had received.
     virtual bool reset() const { return false; }
     // True when the relay itself confirms records; false when only its TCP does, which cannot

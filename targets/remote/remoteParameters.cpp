@@ -40,6 +40,12 @@ std::size_t choice(const CLogTargetParameters& parameters, const char* key, std:
     refuse(std::string(key) + "=" + value + ": not one of " + list);
 }
 
+// 0 or 1, or `fallback` when missing.
+bool flag(const CLogTargetParameters& parameters, const char* key, bool fallback)
+{
+    return choice(parameters, key, {fallback ? "1" : "0", fallback ? "0" : "1"}) == 0 ? fallback : !fallback;
+}
+
 std::string machineName()
 {
     char name[256] = {};
@@ -79,13 +85,26 @@ std::size_t queueBytes(const CLogTargetParameters& parameters)
 
 }  // namespace
 
+const char* transportName(CTransportKind kind)
+{
+    const char* const names[] = {"udp", "tcp", "tls", "relp", "relp-tls"};
+    return names[static_cast<int>(kind)];
+}
+
 CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, const std::string& targetName)
 {
     CRemoteParameters result;
-    const CTransportKind kinds[] = {CTransportKind::TCP, CTransportKind::UDP, CTransportKind::TLS};
-    result.transport = kinds[choice(parameters, "transport", {"tcp", "udp", "tls"})];
+    const CTransportKind kinds[] = {CTransportKind::TCP, CTransportKind::UDP, CTransportKind::TLS, CTransportKind::RELP,
+                                    CTransportKind::RELP_TLS};
+    const CTransportKind kind = kinds[choice(parameters, "transport", {"tcp", "udp", "tls", "relp", "relp-tls"})];
+    result.transport = kind;
     result.host = hostParameter(parameters);
-    result.port = number(parameters, "port", result.transport == CTransportKind::TLS ? 6514 : 514, 1, 65535);
+    // 20514: where rsyslogd's RELP input usually listens.
+    result.port = number(parameters, "port",
+                         usesRelp(kind)                    ? 20514
+                             : kind == CTransportKind::TLS ? 6514
+                                                           : 514,
+                         1, 65535);
     result.framing =
         choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING : CFraming::LINE_FEED;
     try {
@@ -106,6 +125,11 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     }
     format.utc = choice(parameters, "time", {"utc", "local"}) == 0;
     format.bom = choice(parameters, "bom", {"0", "1"}) == 1;
+    // RELP confirms every record, so numbering them costs nothing and shows duplicates.
+    format.sequence = flag(parameters, "sequence", usesRelp(kind));
+    if (usesRelp(kind)) {
+        result.window = static_cast<std::size_t>(number(parameters, "window", 128, 1, 65536));
+    }
     if (result.transport == CTransportKind::UDP) {
         // 480: the size every receiver must take (RFC 5426); 65507: the largest UDP payload.
         format.maxLength = static_cast<std::size_t>(number(parameters, "max-datagram", 2048, 480, 65507));
@@ -113,10 +137,9 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
 
     CSenderSettings& sender = result.sender;
     sender.owner = std::string(OWNER) + " " + targetName;
-    const char* const transportNames[] = {"udp", "tcp", "tls"};
     const bool ipv6 = result.host.find(':') != std::string::npos;
-    sender.destination = std::string(transportNames[static_cast<int>(result.transport)]) + " " +
-        (ipv6 ? "[" + result.host + "]" : result.host) + ":" + std::to_string(result.port);
+    sender.destination = std::string(transportName(kind)) + " " + (ipv6 ? "[" + result.host + "]" : result.host) + ":" +
+        std::to_string(result.port);
     sender.queueRecords = static_cast<std::size_t>(number(parameters, "queue", 10000, 1, 10000000));
     sender.queueBytes = queueBytes(parameters);
     sender.drainMs = number(parameters, "drain-ms", 2000, 0, 3600000);
@@ -124,7 +147,7 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     sender.retryMaxMs = number(parameters, "retry-max-ms", 30000, sender.retryMs, 3600000);
     sender.connectTimeoutMs = number(parameters, "connect-timeout-ms", 5000, 1, 3600000);
 
-    if (result.transport == CTransportKind::TLS) {
+    if (usesTls(kind)) {
         CTlsSettings tls;
         tls.ca = targetParameter(parameters, "ca");
         tls.cert = targetParameter(parameters, "cert");

@@ -12,7 +12,12 @@
 #include "CTlsStream.h"
 #include "Rfc5424.h"
 
-enum class CTransportKind { UDP, TCP, TLS };
+enum class CTransportKind { UDP, TCP, TLS, RELP, RELP_TLS };
+
+// The transport's name in parameters and diagnostics.
+const char* transportName(CTransportKind kind);
+inline bool usesTls(CTransportKind kind) { return kind == CTransportKind::TLS || kind == CTransportKind::RELP_TLS; }
+inline bool usesRelp(CTransportKind kind) { return kind == CTransportKind::RELP || kind == CTransportKind::RELP_TLS; }
 
 struct CRemoteParameters {
     CTransportKind transport = CTransportKind::TCP;
@@ -20,6 +25,7 @@ struct CRemoteParameters {
     int port = 514;
     CFraming framing = CFraming::OCTET_COUNTING;
     std::shared_ptr<const CTlsContext> tls;  // TLS only
+    std::size_t window = 128;  // RELP only: records unanswered at a time
     CLevelSet levels;
     CRfc5424Options format;
     CSenderSettings sender;

@@ -49,6 +49,8 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {remote + "transport=tls, ca=" + junk, "ca=" + junk},
         {remote + "transport=tls, cert=/c.pem", "cert="},
         {remote + "queue-bytes=65536", "queue-bytes=65536"},
+        {remote + "transport=relp, window=0", "window=0"},
+        {remote + "sequence=2", "sequence=2"},
     };
     for (const auto& [line, parameter] : cases) {
         m_syslog.clear();

@@ -2,7 +2,6 @@
 #include "CFakeRelay.h"
 
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -24,7 +23,15 @@ CFakeRelay::CFakeRelay(std::function<void(int fd)> serve, int receiveBuffer)
     socklen_t length = sizeof address;
     getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
     m_port = ntohs(address.sin_port);
-    m_thread = std::thread([this] { acceptLoop(); });
+    m_thread = std::thread([this] {
+        while (!m_stopping) {
+            const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0) {  // else the shutdown at the end
+                ++m_connections;
+                m_serve(fd);
+            }
+        }
+    });
 }
 
 CFakeRelay::~CFakeRelay()
@@ -35,34 +42,15 @@ CFakeRelay::~CFakeRelay()
     close(m_listener);
 }
 
-void CFakeRelay::acceptLoop()
+bool CFakeRelay::readLine(int fd, std::string& pending, std::string& line) const
 {
-    while (!m_stopping) {
-        const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0) {
-            continue;  // the shutdown at the end, or a signal
-        }
-        ++m_connections;
-        m_serve(fd);
-    }
-}
-
-bool CFakeRelay::readable(int fd, int ms) const
-{
-    for (int waited = 0; waited < ms && !m_stopping; waited += 10) {
+    std::size_t end;
+    while ((end = pending.find('\n')) == std::string::npos) {
         pollfd watched{fd, POLLIN, 0};
-        if (poll(&watched, 1, 10) > 0) {
-            return true;
+        if (m_stopping) {
+            return false;
         }
-    }
-    return false;
-}
-
-bool CFakeRelay::readFrames(int fd, std::string& pending, std::vector<std::string>& messages, std::size_t count) const
-{
-    while (messages.size() < count && !m_stopping) {
-        takeFrames(pending, messages);
-        if (messages.size() >= count || !readable(fd, 100)) {
+        if (poll(&watched, 1, 100) <= 0) {
             continue;
         }
         char buffer[4096];
@@ -72,21 +60,7 @@ bool CFakeRelay::readFrames(int fd, std::string& pending, std::vector<std::strin
         }
         pending.append(buffer, static_cast<std::size_t>(got));
     }
+    line = pending.substr(0, end);
+    pending.erase(0, end + 1);
     return true;
-}
-
-void takeFrames(std::string& buffer, std::vector<std::string>& messages)
-{
-    for (;;) {
-        const std::size_t space = buffer.find(' ');
-        if (space == std::string::npos) {
-            return;
-        }
-        const std::size_t length = std::strtoul(buffer.c_str(), nullptr, 10);
-        if (buffer.size() < space + 1 + length) {
-            return;
-        }
-        messages.push_back(buffer.substr(space + 1, length));
-        buffer.erase(0, space + 1 + length);
-    }
 }

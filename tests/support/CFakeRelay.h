@@ -6,7 +6,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 class CFakeRelay {
 public:
@@ -20,16 +19,11 @@ public:
     int port() const { return m_port; }
     int connections() const { return m_connections.load(); }
     bool stopping() const { return m_stopping.load(); }
-
-    // What the serve functions use. Waits until `fd` is readable, at most `ms`; false at stop.
-    bool readable(int fd, int ms) const;
-    // Reads octet-counted frames into `messages` until it holds `count` of them, the peer closes
-    // or the relay stops; `pending` keeps a frame read in part. False when the peer closed.
-    bool readFrames(int fd, std::string& pending, std::vector<std::string>& messages, std::size_t count) const;
+    // The next line from `fd` without its LF (`pending` keeps what was read beyond it); false
+    // when the peer closed or the relay stops.
+    bool readLine(int fd, std::string& pending, std::string& line) const;
 
 private:
-    void acceptLoop();
-
     std::function<void(int)> m_serve;
     int m_listener = -1;
     int m_port = 0;
@@ -37,6 +31,3 @@ private:
     std::atomic<bool> m_stopping{false};
     std::thread m_thread;
 };
-
-// Moves the complete octet-counted frames at the start of `buffer` into `messages`.
-void takeFrames(std::string& buffer, std::vector<std::string>& messages);

@@ -91,9 +91,12 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     }
     config << ")\n";
     config << "template(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
-    config << "ruleset(name=\"remote\") { action(type=\"omfile\" file=\"" << directory
+    // Direct: the input writes each message before it answers a RELP client, so what rsyslogd
+    // confirmed is in the file even when it is killed.
+    config << "ruleset(name=\"remote\" queue.type=\"Direct\") { action(type=\"omfile\" file=\"" << directory
            << "/received.txt\" template=\"fields\") }\n";
-    const char* module = input == CInput::UDP ? "imudp" : "imtcp";
+    const bool relp = input == CInput::RELP || input == CInput::RELP_TLS;
+    const char* module = input == CInput::UDP ? "imudp" : relp ? "imrelp" : "imtcp";
     config << "module(load=\"" << module << "\"";
     if (input == CInput::TLS) {
         config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\"" << tls.authMode
@@ -102,12 +105,24 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
             config << " permittedPeer=[\"" << tls.permittedPeer << "\"]";
         }
     }
+    if (input == CInput::RELP_TLS) {
+        config << " tls.tlslib=\"openssl\"";
+    }
     config << ")\n";
+    std::ostringstream settings;
+    if (input == CInput::RELP_TLS) {
+        settings << " tls=\"on\" tls.cacert=\"" << tls.certificates->ca << "\" tls.mycert=\""
+                 << tls.certificates->serverCert << "\" tls.myprivkey=\"" << tls.certificates->serverKey
+                 << "\" tls.authMode=\"" << tls.authMode << "\"";
+        if (!tls.permittedPeer.empty()) {
+            settings << " tls.permittedPeer=[\"" << tls.permittedPeer << "\"]";
+        }
+    }
     // The same port on both loopback addresses, so that host names (localhost) reach it whichever
     // address the resolver gives first.
     for (const char* on : {"127.0.0.1", "::1"}) {
         config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port
-               << "\" ruleset=\"remote\")\n";
+               << "\" ruleset=\"remote\"" << settings.str() << ")\n";
     }
     writeFile(directory + "/rsyslog.conf", config.str());
     start();
@@ -132,12 +147,19 @@ void CRsyslogd::start()
     }
 }
 
-void CRsyslogd::stop()
+void CRsyslogd::stop(int signal)
 {
     if (m_pid > 0) {
-        kill(m_pid, SIGTERM);
+        kill(m_pid, signal);
         waitpid(m_pid, nullptr, 0);
         m_pid = -1;
+    }
+}
+
+void CRsyslogd::signal(int signal) const
+{
+    if (m_pid > 0) {
+        kill(m_pid, signal);
     }
 }
 

@@ -3,6 +3,7 @@
 // writing every RFC 5424 field it parsed, and the raw message, one line per message.
 #pragma once
 
+#include <csignal>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -27,7 +28,7 @@ struct CTestCertificates {
 };
 
 // How a TLS input checks its clients: "anon" (no client certificate), "x509/certvalid" (one
-// signed by the CA), "x509/name" (and named `permittedPeer`).
+// signed by the CA), "x509/name" (and named `permittedPeer`); for RELP_TLS "certvalid", "name".
 struct CTlsInput {
     const CTestCertificates* certificates = nullptr;
     std::string authMode = "anon";
@@ -36,7 +37,7 @@ struct CTlsInput {
 
 class CRsyslogd {
 public:
-    enum class CInput { UDP, TCP, TLS };
+    enum class CInput { UDP, TCP, TLS, RELP, RELP_TLS };
 
     // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
     // the other loopback address. For TLS, `tls` gives the server's files and the client check.
@@ -46,9 +47,12 @@ public:
     CRsyslogd& operator=(const CRsyslogd&) = delete;
 
     int port() const { return m_port; }
-    // Starts it and waits until it listens; stop() ends it (SIGTERM) and waits for its exit.
+    // Starts it and waits until it listens; stop() ends it (SIGTERM, or SIGKILL for a crash) and
+    // waits for its exit.
     void start();
-    void stop();
+    void stop(int signal = SIGTERM);
+    // Sends `signal` (SIGSTOP: it takes nothing more, while its kernel still takes some).
+    void signal(int signal) const;
     bool listening() const;
 
     // Every message received so far (the file is kept across restarts).
