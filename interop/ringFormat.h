@@ -14,6 +14,9 @@ constexpr char MAGIC[8] = {'V', 'X', 'L', 'R', 'I', 'N', 'G', '\0'};
 constexpr std::uint16_t MAJOR = 1;  // a reader refuses another major version
 constexpr std::uint16_t MINOR = 0;  // and reads any minor one, ignoring what it does not know
 constexpr std::uint32_t HEADER_SIZE = 256;  // of this version; readers take the header's own value
+// The largest file the recorder makes (size=256M), and the most a reader reads of one.
+constexpr std::size_t MAX_FILE_SIZE = std::size_t{256} << 20;
+constexpr std::size_t MIN_FILE_SIZE = std::size_t{16} << 10;
 
 // Header offsets. Bytes 0-63 are written once, before the file gets its name; HEADER_CHECKSUM
 // covers them. The rest changes while the process runs.

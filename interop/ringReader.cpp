@@ -82,7 +82,8 @@ bool readAll(int fd, std::string& bytes)
     if (fstat(fd, &status) != 0) {
         return false;
     }
-    bytes.resize(static_cast<std::size_t>(status.st_size));
+    // The size as it is now: a file that grows meanwhile is read no further.
+    bytes.resize(std::min(static_cast<std::size_t>(status.st_size), MAX_FILE_SIZE));
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = pread(fd, &bytes[done], bytes.size() - done, static_cast<off_t>(done));
@@ -178,33 +179,61 @@ bool parseRing(const unsigned char* data, std::size_t size, CRing& ring, std::st
     return true;
 }
 
-bool readRingFile(const std::string& path, CRing& ring, std::string& error)
+int openRingFile(int dirFd, const std::string& name, struct stat& status, std::string& error)
 {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
-        error = path + ": " + std::strerror(errno);
-        return false;
+        error = errno == ELOOP ? "is a symbolic link, which is not followed" : std::strerror(errno);
+        return -1;
     }
+    if (fstat(fd, &status) != 0) {
+        error = std::strerror(errno);
+    } else if (!S_ISREG(status.st_mode)) {
+        error = "not a regular file";
+    } else if (static_cast<unsigned long long>(status.st_size) > MAX_FILE_SIZE) {
+        error = std::to_string(status.st_size) + " bytes, more than any ring has (" + std::to_string(MAX_FILE_SIZE) +
+            " at most)";
+    } else {
+        return fd;
+    }
+    close(fd);
+    return -1;
+}
+
+bool readRing(int fd, CRing& ring, std::string& error)
+{
     std::string bytes;
     bool ok = false;
     bool unchanged = false;
     for (int attempt = 0; attempt < READ_ATTEMPTS && !unchanged; ++attempt) {
         const std::uint32_t before = committedHint(fd);
         if (!readAll(fd, bytes)) {
-            error = path + ": " + std::strerror(errno);
+            error = std::strerror(errno);
             break;
         }
         unchanged = committedHint(fd) == before;
         ok = parseRing(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), ring, error);
         if (!ok) {
-            error = path + ": " + error;
             break;
         }
         // Gaps while the writer moved are records overwritten during the copy: read again.
         unchanged = unchanged || ring.skipped == 0;
     }
     ring.changing = ok && !unchanged;
-    close(fd);
+    return ok;
+}
+
+bool readRingFile(const std::string& path, CRing& ring, std::string& error)
+{
+    struct stat status { };
+    const int fd = openRingFile(AT_FDCWD, path, status, error);
+    const bool ok = fd >= 0 && readRing(fd, ring, error);
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!ok) {
+        error = path + ": " + error;
+    }
     return ok;
 }
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 using CBootId = std::array<unsigned char, 16>;
@@ -53,8 +54,15 @@ struct CRing {
 bool parseRingHeader(const unsigned char* data, std::size_t size, CRingHeader& header, std::string& error);
 // The header and every intact record of a ring file's bytes.
 bool parseRing(const unsigned char* data, std::size_t size, CRing& ring, std::string& error);
-// The file at `path`. A process that writes meanwhile is not stopped: the read is repeated (a few
-// times) until the file did not change during it.
+// Opens the file `name` of the directory `dirFd` (AT_FDCWD: `name` is a path) for reading and
+// returns its descriptor, or -1 with `error`. Whoever may write that directory chooses what is
+// there, so: never through a symbolic link at the last component, without waiting (a FIFO is
+// refused, not waited for), and only a regular file of at most MAX_FILE_SIZE bytes.
+int openRingFile(int dirFd, const std::string& name, struct stat& status, std::string& error);
+// The ring in the open file `fd`. A process that writes meanwhile is not stopped: the read is
+// repeated (a few times) until the file did not change during it. Reads at most MAX_FILE_SIZE.
+bool readRing(int fd, CRing& ring, std::string& error);
+// Both: the file at `path`, with `path` in front of an error.
 bool readRingFile(const std::string& path, CRing& ring, std::string& error);
 
 // This boot's id (/proc/sys/kernel/random/boot_id); all zero when it cannot be read.

@@ -44,7 +44,9 @@ public:
     explicit CRecorderTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_levels(CLevelSet::fromParameters(parameters))
-        , m_size(byteCountParameter(parameters, "size", 1 << 20, 16 << 10, 256 << 20) & ~std::size_t{7})
+        , m_size(
+              byteCountParameter(parameters, "size", 1 << 20, vexlor_ring::MIN_FILE_SIZE, vexlor_ring::MAX_FILE_SIZE) &
+              ~std::size_t{7})
         , m_keep(static_cast<unsigned>(numberParameter(parameters, "keep", 3, 1, 1000)))
         , m_removeOnUnload(numberParameter(parameters, "remove-on-unload", 0, 0, 1) == 1)
         , m_dir(targetParameter(parameters, "dir", defaultRingDirectory()))

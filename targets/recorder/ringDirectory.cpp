@@ -14,6 +14,7 @@
 
 #include "CDescriptor.h"
 #include "CRingFile.h"
+#include "directoryTrust.h"
 #include "ringFormat.h"
 #include "ringReader.h"
 
@@ -27,31 +28,6 @@ bool endsWith(const std::string& text, const char* suffix)
 {
     const std::string tail(suffix);
     return text.size() > tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-std::string octal(mode_t mode)
-{
-    char text[8];
-    snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
-    return text;
-}
-
-void checkDirectory(const std::string& path, const struct stat& own, const struct stat& parent)
-{
-    const uid_t me = geteuid();
-    if (own.st_uid != me) {
-        throw CRingError(path + " belongs to user " + std::to_string(own.st_uid) +
-                             ", not to this process's user: records may hold secrets",
-                         EPERM);
-    }
-    if ((own.st_mode & 022) != 0) {
-        throw CRingError(path + " (mode " + octal(own.st_mode) + ") may be written by other users", EPERM);
-    }
-    // Whoever may rename the directory may replace it.
-    if ((parent.st_uid != me && parent.st_uid != 0) ||
-        ((parent.st_mode & 002) != 0 && (parent.st_mode & S_ISVTX) == 0)) {
-        throw CRingError(path + ": its parent directory belongs to another user or may be written by anyone", EPERM);
-    }
 }
 
 // A test lock: it conflicts with a writer's lock only, never with another test.
@@ -97,32 +73,12 @@ void removeIfAbandoned(int dirFd, const std::string& name)
 
 int openRingDirectory(const std::string& path)
 {
-    if (path.size() < 2 || path[0] != '/') {
-        throw CRingError("dir=" + path + ": not an absolute path", EINVAL);
+    std::string error;
+    const int fd = openPrivateDirectory(path, true, error);
+    if (fd < 0) {
+        throw CRingError(error, errno);
     }
-    for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-        const std::string prefix = path.substr(0, slash);
-        if (mkdir(prefix.c_str(), 0700) == 0) {
-            chmod(prefix.c_str(), 0700);  // whatever the umask
-        } else if (errno != EEXIST) {
-            throw CRingError("cannot create the directory " + prefix, errno);
-        }
-        if (slash == std::string::npos) {
-            break;
-        }
-    }
-    CDescriptor dir(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir.get() < 0) {
-        throw CRingError("cannot open the directory " + path, errno);
-    }
-    CDescriptor parent(openat(dir.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    struct stat own { };
-    struct stat up { };
-    if (fstat(dir.get(), &own) != 0 || parent.get() < 0 || fstat(parent.get(), &up) != 0) {
-        throw CRingError("cannot examine the directory " + path, errno);
-    }
-    checkDirectory(path, own, up);
-    return dir.release();
+    return fd;
 }
 
 std::string ringFileName(const std::string& application, int pid)

@@ -5,8 +5,8 @@
 #include <string>
 
 // Opens `path`, creating what is missing with mode 0700, and returns the descriptor. Throws
-// CRingError when it cannot, or when the directory or its parent lets another user in: another
-// owner (root excepted for the parent), or others may write without the sticky bit.
+// CRingError when it cannot, or when another user could have placed, could change or could replace
+// the directory (openPrivateDirectory).
 int openRingDirectory(const std::string& path);
 
 // `<application>.<pid>.ring`, with "/" and a leading "." of the name made "_".

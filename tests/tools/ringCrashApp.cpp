@@ -1,7 +1,7 @@
 // A program for the recorder's crash tests: two threads log numbered records as fast as they can,
 // each noting in a shared file the number it is about to log, and says "ready" on stdout after
 // 1000 records. How it ends is its second argument: "kill" (the test's SIGKILL), "segv" (a null
-// dereference) or "abort" at thread t0's record 3000, "exit" (_exit from a third thread).
+// dereference) or "abort" at thread t0's record 3000, "exit" (_exit from a third thread, 20 ms after "ready").
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -36,7 +36,10 @@ int main(int, char** argv)
     };
     std::thread other(work, 1);
     if (how == "exit") {
-        std::thread([] {
+        std::thread([&] {
+            while (started[0].load(std::memory_order_relaxed) <= 1000) {
+                usleep(1000);  // after "ready", however slowly a loaded machine gets there
+            }
             usleep(20000);
             _exit(3);
         }).detach();

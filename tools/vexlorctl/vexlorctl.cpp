@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -269,7 +270,11 @@ int main(int argc, char** argv)
     }
     if (!args.empty() && (args[0] == "rings" || args[0] == "dump")) {
         const std::vector<std::string> rest(args.begin() + 1, args.end());
-        return args[0] == "rings" ? ringsCommand(rest) : dumpCommand(rest);
+        try {
+            return args[0] == "rings" ? ringsCommand(rest) : dumpCommand(rest);
+        } catch (const std::bad_alloc&) {  // a ring of the largest size, on a small machine
+            return fail("not enough memory to read the ring");
+        }
     }
     std::fputs(USAGE, stderr);
     return EXIT_USAGE;
