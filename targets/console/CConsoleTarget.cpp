@@ -22,6 +22,7 @@
 #include "CFaultReport.h"
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 
@@ -76,18 +77,32 @@ public:
         , m_stream(streamDescriptor(targetParameter(parameters, "stream", "stderr")))
         , m_colour(useColour(targetParameter(parameters, "color", "auto"), m_stream.fd()))
         , m_counters(KIND, getName())
+        , m_rate(parameters, m_counters)
         , m_fault("console target \"" + getName() + "\" (" + targetParameter(parameters, "stream", "stderr") + ")")
     {
         m_fault.countInto(m_counters);
     }
 
+    ~CConsoleTarget() override { m_rate.writeNotices(*this); }
+    CConsoleTarget(const CConsoleTarget&) = delete;
+    CConsoleTarget& operator=(const CConsoleTarget&) = delete;
+
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
-        if (!m_levels.contains(level)) {
-            return;
+        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
+    }
+
+private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+               const std::string& threadName, const std::string& componentName, const std::string& functionName,
+               const std::string& message)
+    {
         if (!m_fault.retryDue()) {
             m_fault.lost(1);
             return;
@@ -110,12 +125,12 @@ public:
         }
     }
 
-private:
     const CLevelSet m_levels;
     CLineLayout m_layout;
     CConsoleStream m_stream;
     const bool m_colour;
     CTargetCounters m_counters;
+    CRateLimit m_rate;
     CFaultReport m_fault;
 };
 

@@ -27,6 +27,7 @@
 #include "CFileSink.h"
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "forkGeneration.h"
@@ -53,6 +54,7 @@ public:
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_path(expandPath(m_options.path, appname()))
         , m_counters(KIND, getName(), {"rotations", "reopens"})
+        , m_rate(parameters, m_counters)
         , m_sink(std::make_unique<CFileSink>(getName(), m_path, m_options, m_counters))
         , m_generation(processGeneration())
     {
@@ -62,6 +64,8 @@ public:
     {
         if (m_generation != processGeneration()) {
             abandon(m_sink);
+        } else if (m_sink) {
+            m_rate.writeNotices(*this);
         }
     }
 
@@ -72,15 +76,10 @@ public:
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
-        if (!m_levels.contains(level) || !ownSink()) {
-            return;
+        if (m_levels.contains(level) && ownSink() &&
+            m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
-        CLineBuffer line;
-        m_layout.format(line,
-                        CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
-                                   message, appname()});
-        line.append('\n');
-        m_sink->append(line.data(), line.size(), level->numeric <= m_options.flushLevel);
     }
 
     void setAppname(const std::string& name) override
@@ -94,6 +93,20 @@ public:
     }
 
 private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+               const std::string& threadName, const std::string& componentName, const std::string& functionName,
+               const std::string& message)
+    {
+        CLineBuffer line;
+        m_layout.format(line,
+                        CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
+                                   message, appname()});
+        line.append('\n');
+        m_sink->append(line.data(), line.size(), level->numeric <= m_options.flushLevel);
+    }
+
     // The sink of this process: in a fork child the parent's is left alone and a new one opened.
     bool ownSink()
     {
@@ -116,6 +129,7 @@ private:
     CLineLayout m_layout;
     std::string m_path;  // path= for the current application name
     CTargetCounters m_counters;  // before the sink, which counts into it until its end
+    CRateLimit m_rate;
     std::unique_ptr<CFileSink> m_sink;
     unsigned m_generation;  // the process that m_sink belongs to
 };

@@ -22,6 +22,7 @@
 #include "CFaultReport.h"
 #include "CJournalSocket.h"
 #include "CLevelSet.h"
+#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
@@ -65,17 +66,37 @@ public:
         , m_identity(identity(appname()))
         , m_socket(JOURNAL_SOCKET)
         , m_counters(KIND, getName())
+        , m_rate(parameters, m_counters)
         , m_fault("journal target \"" + getName() + "\" (" + JOURNAL_SOCKET + ")", CFaultReport::ERetry::EVERY_RECORD)
     {
         m_fault.countInto(m_counters);
     }
 
-    void log(int, int depth, long long, int, vexlor_level* level, const std::string& threadName,
-             const std::string& componentName, const std::string& functionName, const std::string& message) override
+    ~CJournalTarget() override { m_rate.writeNotices(*this); }
+    CJournalTarget(const CJournalTarget&) = delete;
+    CJournalTarget& operator=(const CJournalTarget&) = delete;
+
+    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+             const std::string& threadName, const std::string& componentName, const std::string& functionName,
+             const std::string& message) override
     {
-        if (!m_levels.contains(level)) {
-            return;
+        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
+    }
+
+    void setAppname(const std::string& name) override
+    {
+        CLogTargetBase::setAppname(name);
+        m_identity = identity(name);
+    }
+
+private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int, int depth, long long, int, vexlor_level* level, const std::string& threadName,
+               const std::string& componentName, const std::string& functionName, const std::string& message)
+    {
         setField(m_fields[0], "MESSAGE", message);
         setField(m_fields[1], "PRIORITY", std::to_string(vexlor_level_to_prio(level)));
         setField(m_fields[2], "SYSLOG_IDENTIFIER", m_identity);
@@ -103,13 +124,6 @@ public:
         }
     }
 
-    void setAppname(const std::string& name) override
-    {
-        CLogTargetBase::setAppname(name);
-        m_identity = identity(name);
-    }
-
-private:
     static constexpr int FIELDS = 9;
 
     static std::string facility(const CLogTargetParameters& parameters)
@@ -130,6 +144,7 @@ private:
     std::string m_fields[FIELDS];
     CJournalSocket m_socket;
     CTargetCounters m_counters;
+    CRateLimit m_rate;
     CFaultReport m_fault;
 };
 

@@ -10,7 +10,7 @@
 // - Per record: the copy into the mapping and a CRC-32C. No system call, no lock (the library's
 //   lock serialises the calls), no thread.
 // Parameters: size= (default 1M, 16K to 256M), keep= (default 3), dir= (default: see
-// defaultRingDirectory), remove-on-unload= (0 or 1, default 0), levels=, name= (default "recorder").
+// defaultRingDirectory), remove-on-unload= (0 or 1, default 0), levels=, rate=, burst=, name= (default "recorder").
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -22,7 +22,9 @@
 #include "CFaultReport.h"
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CRateLimit.h"
 #include "CRingFile.h"
+#include "CTargetCounters.h"
 #include "createTarget.h"
 #include "forkGeneration.h"
 #include "numberParameter.h"
@@ -50,13 +52,19 @@ public:
         , m_keep(static_cast<unsigned>(numberParameter(parameters, "keep", 3, 1, 1000)))
         , m_removeOnUnload(numberParameter(parameters, "remove-on-unload", 0, 0, 1) == 1)
         , m_dir(targetParameter(parameters, "dir", defaultRingDirectory()))
+        , m_counters(KIND, getName())
+        , m_rate(parameters, m_counters)
         , m_fault("recorder target \"" + getName() + "\"")
     {
+        m_fault.countInto(m_counters);
         m_ring = makeRing();
     }
 
     ~CRecorderTarget() override
     {
+        if (m_generation == processGeneration() && m_ring) {
+            m_rate.writeNotices(*this);
+        }
         if (!m_ring || !m_ring->owned()) {
             return;
         }
@@ -75,13 +83,10 @@ public:
              const std::string& message) override
     {
         // A signal handler that logs while this thread is inside append would interleave records.
-        if (!m_levels.contains(level) || m_busy || !ownRing()) {
-            return;
+        if (m_levels.contains(level) && !m_busy && ownRing() &&
+            m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
-        m_busy = true;
-        m_ring->append(pid, depth, seconds, microseconds, level->numeric, threadName, componentName, functionName,
-                       message);
-        m_busy = false;
     }
 
     void setAppname(const std::string& name) override
@@ -104,6 +109,19 @@ public:
     }
 
 private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+               const std::string& threadName, const std::string& componentName, const std::string& functionName,
+               const std::string& message)
+    {
+        m_busy = true;
+        m_ring->append(pid, depth, seconds, microseconds, level->numeric, threadName, componentName, functionName,
+                       message);
+        m_busy = false;
+        m_counters.add(CTargetCounters::WRITTEN);
+    }
+
     // The name in the ring's header and file name: the application's, else the program's.
     std::string applicationName() const
     {
@@ -151,6 +169,8 @@ private:
     const unsigned m_keep;
     const bool m_removeOnUnload;
     const std::string m_dir;
+    CTargetCounters m_counters;
+    CRateLimit m_rate;
     CFaultReport m_fault;
     std::unique_ptr<CRingFile> m_ring;
     unsigned m_generation = processGeneration();  // the process that m_ring belongs to

@@ -3,6 +3,27 @@
 
 #include <syslog.h>
 
+#include "CTargetCounters.h"
+
+namespace {
+
+enum : unsigned { RECONNECTS = CTargetCounters::OWN, SENT_AGAIN };
+
+}  // namespace
+
+void CDeliveryReport::count(unsigned counter, unsigned long long records)
+{
+    if (m_settings.counters != nullptr) {
+        m_settings.counters->add(counter, records);
+    }
+}
+
+void CDeliveryReport::sentAgain(unsigned long long records)
+{
+    m_sentAgain += records;
+    count(SENT_AGAIN, records);
+}
+
 void CDeliveryReport::attemptFailed(const std::string& error)
 {
     if (m_failures++ == 0 && !m_faultOpen) {
@@ -37,6 +58,9 @@ void CDeliveryReport::openFault()
 {
     // Drops of a run under way count as the fault's.
     m_faultOpen = true;
+    if (m_settings.counters != nullptr) {
+        m_settings.counters->setState("cannot deliver to " + m_settings.destination);
+    }
     m_dropped = m_droppedInRun;
     m_droppedInRun = 0;
 }
@@ -45,10 +69,12 @@ void CDeliveryReport::connected(std::uint64_t backlogEnd)
 {
     m_backlogKnown = m_faultOpen;
     m_backlogEnd = backlogEnd;
+    count(RECONNECTS, m_connections++ > 0 ? 1 : 0);
 }
 
 void CDeliveryReport::delivered(unsigned long long records, std::uint64_t head)
 {
+    count(CTargetCounters::WRITTEN, records);
     if (records > 0 && m_refused > 0) {
         syslog(LOG_NOTICE, "%s: %s takes records again; it refused %llu", m_settings.owner.c_str(),
                m_settings.destination.c_str(), m_refused);
@@ -73,6 +99,9 @@ void CDeliveryReport::endFault()
            m_settings.owner.c_str(), m_settings.destination.c_str(), attempts.c_str(), m_delivered, m_sentAgain,
            m_dropped, lost.c_str());
     m_faultOpen = false;
+    if (m_settings.counters != nullptr) {
+        m_settings.counters->setState(std::string());
+    }
     m_backlogKnown = false;
     m_failures = 0;
     m_delivered = m_sentAgain = m_dropped = m_lost = 0;
@@ -81,6 +110,7 @@ void CDeliveryReport::endFault()
 
 void CDeliveryReport::refused(const std::string& answer)
 {
+    count(CTargetCounters::LOST, 1);
     if (m_refused++ == 0) {
         syslog(LOG_ERR, "%s: %s refused a record: \"%s\"; refused records are dropped and counted",
                m_settings.owner.c_str(), m_settings.destination.c_str(), answer.c_str());
@@ -90,6 +120,9 @@ void CDeliveryReport::refused(const std::string& answer)
 void CDeliveryReport::lostInRefusedConnection(unsigned long long records)
 {
     if (records > 0) {
+        // Counted as written when the relay's TCP acknowledged them (unsigned: the sum wraps back).
+        count(CTargetCounters::WRITTEN, 0 - records);
+        count(CTargetCounters::LOST, records);
         m_lost += records;
         m_delivered -= records <= m_delivered ? records : m_delivered;
     }
@@ -100,6 +133,7 @@ void CDeliveryReport::dropped(unsigned long long records)
     if (records == 0) {
         return;
     }
+    count(CTargetCounters::DROPPED, records);
     if (!m_dropRun) {
         m_dropRun = true;
         syslog(LOG_WARNING, "%s: queue full (%zu records or %zu bytes): dropping new records until %s takes them",
@@ -146,6 +180,7 @@ void CDeliveryReport::finish(std::size_t unsent)
         endDropRun();
     }
     if (unsent > 0) {
+        count(CTargetCounters::DROPPED, unsent);
         syslog(LOG_ERR, "%s: %zu records dropped at the end: %s did not take them within drain-ms=%d",
                m_settings.owner.c_str(), unsent, m_settings.destination.c_str(), m_settings.drainMs);
     }

@@ -1,6 +1,8 @@
 // The sender's reports to syslog: one message when a fault starts (the relay unreachable, a
 // connection lost with records unconfirmed, a run of dropped records, records the relay refused)
-// and one when it ends, with exact counts; never one per record.
+// and one when it ends, with exact counts; never one per record. The same counts, from the start,
+// go into the sender's counters: written (confirmed), dropped (queue full, or left at the end),
+// lost (refused), reconnects and sent-again.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +30,7 @@ public:
     // Records the relay confirmed; the queue's oldest record is now at `head`.
     void delivered(unsigned long long records, std::uint64_t head);
     // Records sent again after a lost connection: the relay may hold them twice.
-    void sentAgain(unsigned long long records) { m_sentAgain += records; }
+    void sentAgain(unsigned long long records);
     // A record the relay refused with `answer`.
     void refused(const std::string& answer);
     // Records the relay's TCP had taken on a connection that the relay then refused: lost.
@@ -44,8 +46,10 @@ private:
     void openFault();
     void endDropRun();
     void endFault();
+    void count(unsigned counter, unsigned long long records);
 
     const CSenderSettings& m_settings;
+    unsigned long long m_connections = 0;
     unsigned m_failures = 0;  // failed attempts in the open fault
     bool m_faultOpen = false;
     bool m_backlogKnown = false;  // a connection opened during the fault: m_backlogEnd holds

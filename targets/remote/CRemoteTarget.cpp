@@ -21,6 +21,7 @@
 
 #include <vexlor/vexlor_target.h>
 
+#include "CRateLimit.h"
 #include "CRelpTransport.h"
 #include "CSender.h"
 #include "CSyslogTransport.h"
@@ -64,15 +65,18 @@ public:
     {
     }
     // Returns at once: the sender's thread drains what is queued (see CSender).
-    ~CRemoteTarget() override { CSender::retire(std::move(m_sender)); }
+    ~CRemoteTarget() override
+    {
+        m_rate.writeNotices(*this);
+        CSender::retire(std::move(m_sender));
+    }
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
-        if (m_levels.contains(level)) {
-            m_sender->submit(pid, depth, seconds, microseconds, vexlor_level_to_prio(level), m_identity, threadName,
-                             componentName, functionName, message);
+        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
     }
 
@@ -83,6 +87,16 @@ public:
     }
 
 private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+               const std::string& threadName, const std::string& componentName, const std::string& functionName,
+               const std::string& message)
+    {
+        m_sender->submit(pid, depth, seconds, microseconds, vexlor_level_to_prio(level), m_identity, threadName,
+                         componentName, functionName, message);
+    }
+
     CRemoteTarget(const CLogTargetParameters& parameters, const char* defaultName)
         : CRemoteTarget(parameters, readRemoteParameters(parameters, targetParameter(parameters, "name", defaultName)))
     {
@@ -92,8 +106,10 @@ private:
         : CLogTargetBase(parameters, "remote")
         , m_levels(remote.levels)
         , m_identity(identity(appname()))
+        , m_rate(parameters)  // before the sender, which must not be destroyed but retired
         , m_sender(makeSender(remote))
     {
+        m_rate.countInto(m_sender->counters());
     }
 
     static std::unique_ptr<CSender> makeSender(const CRemoteParameters& remote)
@@ -114,6 +130,7 @@ private:
 
     const CLevelSet m_levels;
     std::string m_identity;  // written and read under the container's lock
+    CRateLimit m_rate;
     std::unique_ptr<CSender> m_sender;
 };
 

@@ -38,7 +38,11 @@ __attribute__((destructor)) void waitForDrains()
 }  // namespace
 
 CSender::CSender(CSenderSettings settings, CRfc5424Options format, TransportMaker makeTransport)
-    : m_settings(std::move(settings))
+    : m_counters("remote", settings.name, {"reconnects", "sent-again"})
+    , m_settings([&] {
+        settings.counters = &m_counters;
+        return std::move(settings);
+    }())
     , m_format(std::move(format))
     , m_makeTransport(std::move(makeTransport))
 {

@@ -14,6 +14,7 @@
 #include "CDelivery.h"
 #include "CRecordQueue.h"
 #include "CSenderSettings.h"
+#include "CTargetCounters.h"
 #include "CTransport.h"
 #include "CWaiter.h"
 #include "Rfc5424.h"
@@ -41,6 +42,9 @@ public:
     // Only the sender's thread, or retire() where no thread runs, ends a sender.
     ~CSender();
 
+    // What vexlorctl stats shows: they live as long as the sender, a drain after unload included.
+    CTargetCounters& counters() { return m_counters; }
+
 private:
     static void* threadMain(void* sender);
     static void forkChild();
@@ -50,7 +54,8 @@ private:
     void restartInChild();
     void leaveParentsStateAlone();
 
-    const CSenderSettings m_settings;
+    CTargetCounters m_counters;
+    const CSenderSettings m_settings;  // counts into m_counters
     const CRfc5424Options m_format;
     const TransportMaker m_makeTransport;
     CWaiter m_waiter;

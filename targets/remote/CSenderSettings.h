@@ -4,8 +4,12 @@
 #include <cstddef>
 #include <string>
 
+class CTargetCounters;
+
 struct CSenderSettings {
     std::string owner;  // "remote target <name>", the start of every diagnostic
+    std::string name;  // the target's name (name=), as vexlorctl stats shows it
+    CTargetCounters* counters = nullptr;  // the sender's (see CSender), counted by its report
     std::string destination;  // "tcp 10.0.0.1:514", for the operator
     std::size_t queueRecords = 10000;
     std::size_t queueBytes = 16 << 20;

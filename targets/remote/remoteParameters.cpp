@@ -137,6 +137,7 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
 
     CSenderSettings& sender = result.sender;
     sender.owner = std::string(OWNER) + " " + targetName;
+    sender.name = targetName;
     const bool ipv6 = result.host.find(':') != std::string::npos;
     sender.destination = std::string(transportName(kind)) + " " + (ipv6 ? "[" + result.host + "]" : result.host) + ":" +
         std::to_string(result.port);

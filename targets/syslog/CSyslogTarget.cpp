@@ -15,6 +15,7 @@
 
 #include "CLevelSet.h"
 #include "CLineLayout.h"
+#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
@@ -41,16 +42,32 @@ public:
         , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters, DEFAULT_PATTERN))
         , m_counters(KIND, getName())
+        , m_rate(parameters, m_counters)
     {
     }
+
+    ~CSyslogTarget() override { m_rate.writeNotices(*this); }
+    CSyslogTarget(const CSyslogTarget&) = delete;
+    CSyslogTarget& operator=(const CSyslogTarget&) = delete;
 
     void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& message) override
     {
-        if (!m_levels.contains(level)) {
-            return;
+        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
+            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
+    }
+
+    int isSyslogTarget() override { return 1; }
+
+private:
+    friend class ::CRateLimit;  // writes its notices
+
+    void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
+               const std::string& threadName, const std::string& componentName, const std::string& functionName,
+               const std::string& message)
+    {
         CLineBuffer text;
         m_layout.format(text,
                         CLogRecord{pid, depth, seconds, microseconds, level, threadName, componentName, functionName,
@@ -60,13 +77,11 @@ public:
         m_counters.add(CTargetCounters::WRITTEN);  // handed to syslog(3), which tells no more
     }
 
-    int isSyslogTarget() override { return 1; }
-
-private:
     const int m_facility;
     const CLevelSet m_levels;
     CLineLayout m_layout;
     CTargetCounters m_counters;
+    CRateLimit m_rate;
 };
 
 }  // namespace

@@ -1,0 +1,73 @@
+// rate= against a flood: one component logs 100,000 records at full speed from its own thread
+// while another logs one a second. The quiet component loses nothing, the flood's records written
+// plus the counts in its notices are exactly what it logged, and vexlorctl stats agrees.
+#include <atomic>
+#include <regex>
+#include <thread>
+
+#include "CFileTargetFixture.h"
+
+namespace {
+
+using CRateLimitTest = CFileTargetFixture;
+
+TEST_F(CRateLimitTest, AFloodLeavesOtherComponentsAloneAndItsSuppressionsAddUp)
+{
+    constexpr int FLOOD = 100000;
+    constexpr int QUIET = 4;
+    read(CONTROL_LINE + fileTarget("app.log", "pattern=%c %m, rate=50/s, burst=20"));
+    std::atomic<bool> flooding{true};
+    std::thread flood([&] {
+        for (int i = 0; i < FLOOD; ++i) {
+            m_container.log(42, 0, SECONDS, 7, VX_ERR, "worker", "flood", "", "again");
+        }
+        flooding = false;
+    });
+    for (int i = 0; i < QUIET; ++i) {
+        m_container.log(42, 0, SECONDS, 7, VX_INFO, "main", "quiet", "", "tick " + std::to_string(i));
+        std::this_thread::sleep_for(std::chrono::seconds(i + 1 < QUIET ? 1 : 0));
+    }
+    flood.join();
+    const CCounters counted = statsOf("file");
+    read("");
+
+    const std::regex notice("flood (\\d+) records suppressed over \\d+\\.\\d s \\(rate=50/s, burst=20\\)");
+    int quiet = 0, passed = 0, notices = 0;
+    unsigned long long suppressed = 0;
+    std::smatch match;
+    for (const std::string& line : linesOf(logPath("app.log"))) {
+        if (line == "quiet tick " + std::to_string(quiet)) {
+            ++quiet;
+        } else if (line == "flood again") {
+            ++passed;
+        } else if (std::regex_match(line, match, notice)) {
+            ++notices;
+            suppressed += std::stoull(match[1]);
+        } else {
+            ADD_FAILURE() << line;
+        }
+    }
+    EXPECT_EQ(QUIET, quiet);
+    EXPECT_EQ(FLOOD, passed + suppressed);
+    EXPECT_GE(passed, 20);
+    // At most one notice a second, the last one at unload.
+    EXPECT_GE(notices, 1);
+    EXPECT_LE(notices, QUIET + 2);
+    EXPECT_EQ(counted.at("suppressed") + passed, FLOOD);
+    EXPECT_LE(quiet + passed + notices - counted.at("written"), 1u);  // a notice left for the unload
+
+    // What is suppressed after the last record that passed is told at unload.
+    read(fileTarget("b.log", "pattern=%c %m, rate=1/m"));
+    for (int i = 0; i < 3; ++i) {
+        log(VX_INFO, "once");
+    }
+    read("");
+    const std::vector<std::string> lines = linesOf(logPath("b.log"));
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("net once", lines[0]);
+    EXPECT_TRUE(
+        std::regex_match(lines[1], std::regex("net 2 records suppressed over 0\\.\\d s \\(rate=1/m, burst=1\\)")))
+        << lines[1];
+}
+
+}  // namespace
