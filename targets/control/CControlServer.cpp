@@ -23,6 +23,7 @@
 #include "controlSession.h"
 #include "controlSocket.h"
 #include "startThread.h"
+#include "temporaryRaises.h"
 
 namespace {
 
@@ -94,19 +95,21 @@ void acceptOne(CControlServer::CState& state, CSessions& sessions)
     sessions.push_back(std::make_unique<CControlSession>(client, peer));
 }
 
-// Until the earliest deadline; forever (-1) when no connection is open: the thread sleeps until
-// someone asks or the target goes.
+// Until the earliest deadline of a connection or a raise; forever (-1) when there is neither: the
+// thread sleeps until someone asks or the target goes.
 int pollTimeout(const CSessions& sessions)
 {
+    const int raise = temporaryRaises::msUntilDue();
     if (sessions.empty()) {
-        return -1;
+        return raise;
     }
     CClock::time_point first = sessions.front()->deadline();
     for (const auto& session : sessions) {
         first = std::min(first, session->deadline());
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(first - CClock::now());
-    return static_cast<int>(std::max<long long>(0, left.count()));
+    const int session = static_cast<int>(std::max<long long>(0, left.count()));
+    return raise < 0 ? session : std::min(session, raise);
 }
 
 void serveUntilStopped(CControlServer::CState& state)
@@ -127,7 +130,7 @@ void serveUntilStopped(CControlServer::CState& state)
                    std::strerror(errno));
             return;
         }
-        if (fds[0].revents != 0 || state.stopping.load()) {
+        if (fds[0].revents != 0 || state.stopping.load() || !revertDueRaises(state)) {
             return;
         }
         const CClock::time_point now = CClock::now();

@@ -6,12 +6,14 @@
 // without blocking on any, each within 2 s for the whole exchange. When another process holds
 // the socket's name, the target listens on a fallback name (see controlProtocol.h) and says so
 // once in syslog. A mask set from outside lasts until the next configuration read that names the
-// component. The thread ends when the target is unloaded and at process exit; a fork child
+// component, or, set for a while, until the thread restores the mask it replaced when the time is
+// over (the thread sleeps until then; nothing wakes it while no raise is pending). The thread ends when the target is unloaded and at process exit; a fork child
 // closes its copy of the socket and is not controllable itself.
 // Parameters: name=<target name> (default "control").
 #include <vexlor/vexlor_target.h>
 
 #include "CControlServer.h"
+#include "temporaryRaises.h"
 
 namespace {
 
@@ -26,6 +28,9 @@ public:
              const std::string&) override
     {
     }
+
+    // A mask the configuration set ends a raise of the component (see temporaryRaises.h).
+    void onComponentAdded(vexlor_component* component) override { temporaryRaises::maskSet(*component); }
 
 private:
     CControlServer m_server;

@@ -7,9 +7,11 @@
 #include <poll.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <vexlor/vexlor.h>
 
 #include "controlAnswers.h"
 #include "controlProtocol.h"
+#include "temporaryRaises.h"
 
 namespace {
 
@@ -44,6 +46,23 @@ bool mayControl(const CControlServer::CState& state, uid_t uid)
 bool wouldBlock(ssize_t n) { return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR); }
 
 }  // namespace
+
+bool revertDueRaises(CControlServer::CState& state)
+{
+    for (const temporaryRaises::CRaise& raise : temporaryRaises::takeDue()) {
+        CLibraryCall call(state);
+        if (!call.allowed()) {
+            return false;
+        }
+        // A mask changed meanwhile (by a configuration read, another set) stays.
+        if (vexlor_get_component_level(raise.component) == raise.raised) {
+            vexlor_set_component_level(raise.component, raise.restore);
+            syslog(LOG_NOTICE, "control target: component %s back to 0x%x (set to 0x%x for a while)",
+                   raise.component.c_str(), raise.restore, raise.raised);
+        }
+    }
+    return true;
+}
 
 bool admit(CControlServer::CState& state, int fd, ucred& peer)
 {

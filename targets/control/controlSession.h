@@ -38,6 +38,9 @@ private:
     std::size_t m_sent = 0;
 };
 
+// Restores the masks of the raises that are due (see temporaryRaises.h), each inside a guarded
+// library call; false when the thread must end instead.
+bool revertDueRaises(CControlServer::CState& state);
 // Whether the peer of the accepted connection `fd` may control this process. A refused peer gets
 // the reason at once, without a byte of its request being read, and is logged once per user.
 bool admit(CControlServer::CState& state, int fd, ucred& peer);

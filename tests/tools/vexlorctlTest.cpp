@@ -30,6 +30,7 @@
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 const std::string CONTROL_LINE = "target = " VEXLOR_TEST_TARGET_CONTROL "\n";
 
@@ -169,6 +170,35 @@ TEST_F(CVexlorctlTest, ShowsAndSetsTheComponentsOfRunningPrograms)
     EXPECT_THAT(ctl({"show", "recorder"}).out, HasSubstr("net                  0x00000001  EMERG\n"));
     EXPECT_EQ(0, player.finish());
     EXPECT_EQ(0, recorder.finish());
+}
+
+// The program restores the mask itself, on time (vexlorctl is long gone), unless a configuration
+// read set the component meanwhile.
+TEST_F(CVexlorctlTest, RaisesALevelForAWhile)
+{
+    m_paths.writeDefaultConfig(CONTROL_LINE);
+    CChildProcess app({VEXLOR_TEST_CONTROLLED_APP, "player"});
+    ASSERT_EQ("ready", app.readLine());
+    EXPECT_EQ(2, ctl({"set", "player", "net", "debug", "--for", "2m3"}).status);
+    const auto start = std::chrono::steady_clock::now();
+    const CCommandResult set = ctl({"set", "player", "net", "warn,debug", "--for", "2s"});
+    EXPECT_EQ(0, set.status) << set.err;
+    EXPECT_THAT(set.out, HasSubstr("net 0x00000010 -> 0x00000090  WARN DEBUG\n  for 2s more, then back to 0x00000010"));
+    EXPECT_THAT(ctl({"show", "player"}).out, HasSubstr("0x00000090  WARN DEBUG\n                         for "));
+    EXPECT_TRUE(waitUntil([&] {
+        return ctl({"show", "player"}).out.find("net                  0x00000010  WARN\n") != std::string::npos;
+    }));
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(1900));
+    EXPECT_LT(took, std::chrono::seconds(20));  // a bound for a stuck thread, not a speed goal
+
+    ASSERT_EQ(0, ctl({"set", "player", "net", "all", "--for", "1h"}).status);
+    m_paths.writeDefaultConfig(CONTROL_LINE + "component = net, 11\n");
+    EXPECT_TRUE(waitUntil([&] {
+        return ctl({"show", "player"}).out.find("net                  0x00000003  EMERG ALERT\n") != std::string::npos;
+    }));
+    EXPECT_THAT(ctl({"show", "player"}).out, Not(HasSubstr(" more, then back to ")));
+    EXPECT_EQ(0, app.finish());
 }
 
 TEST_F(CVexlorctlTest, ShowsEachTargetsCountersAsTextAndJson)

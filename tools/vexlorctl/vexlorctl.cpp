@@ -27,12 +27,15 @@ const char* const USAGE =
     "usage: vexlorctl list\n"
     "       vexlorctl show <pid|application>\n"
     "       vexlorctl stats <pid|application> [--json]\n"
-    "       vexlorctl set <pid|application> <component> <levels>\n"
+    "       vexlorctl set <pid|application> <component> <levels> [--for <duration>]\n"
     "       vexlorctl rings [--dir=DIR]\n"
     "       vexlorctl dump <pid|application|file> [--last N] [--pattern=PATTERN] [--utc] [--dir=DIR]\n"
     "  levels: a hex mask (0x1f), a bit string as in vexlor.cfg (000011111), or level names and\n"
     "          numbers (warn,debug,8; emerg-warn; all)\n"
+    "  duration: 30s, 10m, 1h (up to 168h); the program restores the mask when it is over\n"
     "A mask set here lasts until the program next reads a configuration file that names the component.\n";
+
+constexpr long long MAX_RAISE_SECONDS = 7 * 24 * 3600;
 
 // The first line whose first field is `key`: its second field as the program sent it.
 std::string rawField(const CLines& lines, const std::string& key)
@@ -136,18 +139,60 @@ bool resolve(const std::string& target, std::vector<int>& pids)
     return !pids.empty();
 }
 
+// "30s", "10m", "1h" or plain seconds, from 1 s to a week; 0 when it is none of them.
+long long parseDuration(const std::string& text)
+{
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    const std::string unit = digits == std::string::npos ? "s" : text.substr(digits);
+    if (digits == 0 || text.size() > 8 || (unit != "s" && unit != "m" && unit != "h")) {
+        return 0;
+    }
+    const long long seconds = std::stoll(text.substr(0, digits)) * (unit == "h" ? 3600 : unit == "m" ? 60 : 1);
+    return seconds <= MAX_RAISE_SECONDS ? seconds : 0;
+}
+
+// 1h 2m 5s, 10m, 30s.
+std::string durationText(long long seconds)
+{
+    std::string text;
+    for (const auto& [size, unit] : {std::pair<long long, const char*>{3600, "h"}, {60, "m"}, {1, "s"}}) {
+        if (seconds >= size || (size == 1 && text.empty())) {
+            text += (text.empty() ? "" : " ") + std::to_string(seconds / size) + unit;
+            seconds %= size;
+        }
+    }
+    return text;
+}
+
+// "for 9m 58s more, then back to 0x00000010  WARN".
+std::string raiseText(const std::vector<std::string>& line)
+{
+    const unsigned int after = hexField(line[3]);
+    char mask[16];
+    std::snprintf(mask, sizeof mask, "0x%08x", after);
+    return "for " + durationText(std::atoll(line[2].substr(0, 7).c_str())) + " more, then back to " + mask + "  " +
+        levelNames(after);
+}
+
 void printComponents(const CLines& lines)
 {
     std::map<std::string, std::vector<std::string>> descriptions;
+    std::map<std::string, std::string> raises;
     for (const auto& line : lines) {
         if (line.size() == 4 && line[0] == "description") {
             descriptions[line[1]].push_back(printable(line[2] + " = " + line[3]));
+        }
+        if (line.size() == 4 && line[0] == "raise") {
+            raises[line[1]] = raiseText(line);
         }
     }
     for (const auto& line : lines) {
         if (line.size() == 3 && line[0] == "component") {
             const unsigned int mask = hexField(line[2]);
             std::printf("  %-20s 0x%08x  %s\n", printable(line[1]).c_str(), mask, levelNames(mask).c_str());
+            if (raises.count(line[1]) != 0) {
+                std::printf("  %-20s   %s\n", "", raises[line[1]].c_str());
+            }
             for (const std::string& description : descriptions[line[1]]) {
                 std::printf("  %-20s   level %s\n", "", description.c_str());
             }
@@ -211,12 +256,19 @@ int stats(const std::string& target, bool json)
     return status;
 }
 
-int set(const std::string& target, const std::string& component, const std::string& levels)
+// `duration` empty: for good.
+int set(const std::string& target, const std::string& component, const std::string& levels, const std::string& duration)
 {
     unsigned int mask = 0;
     std::string error;
     if (!parseLevels(levels, mask, error)) {
         std::fprintf(stderr, "vexlorctl: %s\n", error.c_str());
+        return EXIT_USAGE;
+    }
+    const long long seconds = duration.empty() ? 0 : parseDuration(duration);
+    if (!duration.empty() && seconds == 0) {
+        std::fprintf(stderr, "vexlorctl: --for %s: not a duration from 1s to 168h (30s, 10m, 1h)\n",
+                     printable(duration).c_str());
         return EXIT_USAGE;
     }
     std::vector<int> pids;
@@ -227,7 +279,11 @@ int set(const std::string& target, const std::string& component, const std::stri
     std::snprintf(hex, sizeof hex, "0x%x", mask);
     int status = 0;
     for (const int pid : pids) {
-        const CControlReply reply = askProcess(pid, {"set", component, hex});
+        std::vector<std::string> request = {"set", component, hex};
+        if (seconds != 0) {
+            request.push_back(std::to_string(seconds));
+        }
+        const CControlReply reply = askProcess(pid, request);
         if (reply.status != CControlReply::ok) {
             status = fail(reply.text);
             continue;
@@ -238,9 +294,16 @@ int set(const std::string& target, const std::string& component, const std::stri
                 std::printf("process %d: %s 0x%08x -> 0x%08x  %s\n", pid, printable(line[1]).c_str(), hexField(line[2]),
                             now, levelNames(now).c_str());
             }
+            if (line.size() == 4 && line[0] == "raise") {
+                std::printf("  %s\n", raiseText(line).c_str());
+            }
         }
     }
-    if (status == 0) {
+    if (status == 0 && seconds != 0) {
+        std::printf("The program itself restores the mask when the time is over; a configuration file it reads "
+                    "before then with a line for \"%s\" wins.\n",
+                    component.c_str());
+    } else if (status == 0) {
         std::printf("This lasts until the program next reads a configuration file with a line for \"%s\".\n",
                     component.c_str());
     }
@@ -265,8 +328,8 @@ int main(int argc, char** argv)
     if ((args.size() == 2 || (args.size() == 3 && args[2] == "--json")) && args[0] == "stats") {
         return stats(args[1], args.size() == 3);
     }
-    if (args.size() == 4 && args[0] == "set") {
-        return set(args[1], args[2], args[3]);
+    if ((args.size() == 4 || (args.size() == 6 && args[4] == "--for")) && args[0] == "set") {
+        return set(args[1], args[2], args[3], args.size() == 6 ? args[5] : std::string());
     }
     if (!args.empty() && (args[0] == "rings" || args[0] == "dump")) {
         const std::vector<std::string> rest(args.begin() + 1, args.end());
