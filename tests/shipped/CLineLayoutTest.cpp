@@ -38,10 +38,8 @@ TEST(CLineLayoutTest, FillsEveryTokenFromTheRecord)
               formatted(CLineLayout::DEFAULT_PATTERN));
     EXPECT_EQ("4|main|net|poll|poll: |  |link down|player|100%", formatted("%L|%T|%c|%f|%F|%i|%m|%a|100%%"));
 
-    CFields outside;
-    outside.function = "";
-    outside.depth = 1000;  // indentation stops at 32 levels
-    outside.appname = "";  // the program's name until the application names itself
+    // Indentation stops at 32 levels; the program's name stands until the application names itself.
+    const CFields outside{1000, Y2100, nullptr, "main", "net", "", "link down", ""};
     EXPECT_EQ("[]" + std::string(64, ' ') + program_invocation_short_name + ": link down",
               formatted("[%f]%i%a: %F%m", outside));
 
@@ -49,9 +47,7 @@ TEST(CLineLayoutTest, FillsEveryTokenFromTheRecord)
     std::string names;
     for (const vexlor_level* level : {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG,
                                       VX_ENTERLEAVE, VX_ALL, &created}) {
-        CFields fields;
-        fields.level = level;
-        names += formatted("%l ", fields);
+        names += formatted("%l ", CFields{1, Y2100, level});
     }
     EXPECT_EQ("EMERG ALERT CRIT ERR WARN NOTICE INFO DEBUG TRACE ALL 12 ", names);
 }
@@ -75,12 +71,8 @@ TEST(CLineLayoutTest, ShowsLocalOrUniversalTimeAndFollowsTheSecond)
 // A field can neither end the line nor forge another one; everything else is left as it came.
 TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytesAtAnyLength)
 {
-    CFields fields;
-    fields.thread = "t\n";
-    fields.component = "c\r";
-    fields.function = "f\t";
-    fields.message = std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(";
-    fields.appname = "p\x1b[31m";
+    CFields fields{
+        1, Y2100, nullptr, "t\n", "c\r", "f\t", std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(", "p\x1b[31m"};
     EXPECT_EQ("t\\n|c\\r|f\\t|a\\x00b\\x1f\\x7f\\n \xc3\xbc \xff\xc3(|p\\x1b[31m", formatted("%T|%c|%f|%m|%a", fields));
 
     // Lines longer than the layout's inline buffer: 12000 bytes once escaped.

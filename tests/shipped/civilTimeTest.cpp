@@ -4,13 +4,12 @@
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <thread>
 #include <tuple>
 #include <vector>
-#include <unistd.h>
 
 #include "civilTime.h"
+#include "runInChild.h"
 
 TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSaving)
 {
@@ -54,16 +53,13 @@ TEST(CivilTimeTest, ForkChildConvertsWhileTheParentsOtherThreadHeldTheLock)
             gmtime_r(&now, &parts);  // holds the C library's lock most of the time
         }
     });
+    // Forked at once, while the converter runs; a child that hangs fails at runInChild's time limit.
+    const auto convert = [] {
+        std::tm parts{};
+        return vx::civilTime(1700000000LL, true, parts) ? 0 : 1;
+    };
     for (int child = 0; child < 20; ++child) {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            alarm(5);  // a hang ends the child by SIGALRM
-            std::tm parts{};
-            _exit(vx::civilTime(1700000000LL, true, parts) ? 0 : 1);
-        }
-        int status = -1;
-        waitpid(pid, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child " << child;
+        EXPECT_EQ(0, runInChild(convert, EForkMoment::NOW)) << "child " << child;
     }
     stop = true;
     converter.join();

@@ -31,21 +31,8 @@ public:
         if (m_quiet) {
             return;
         }
-        record({m_name,
-                "log",
-                "",
-                {},
-                nullptr,
-                0,
-                pid,
-                depth,
-                seconds,
-                microseconds,
-                level,
-                threadName,
-                componentName,
-                functionName,
-                message});
+        record({m_name, "log", "", decltype(CRecordedCall::params)(), nullptr, 0, pid, depth, seconds, microseconds,
+                level, threadName, componentName, functionName, message});
         // Only outer records are echoed, so the nesting ends after one level.
         if (m_nested != nullptr && message.compare(0, 7, "nested:") != 0) {
             vexlor(m_nested, VX_INFO, "nested:%s", message.c_str());
