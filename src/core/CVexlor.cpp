@@ -170,24 +170,26 @@ void CVexlor::unlockComponents() { m_registry.unlock(); }
 
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
+    // Each thread-local is looked up once per record: every lookup is a call in a shared library.
     CEmitting& current = emitting;
+    CThreadData& self = thread_data;
     vx::formatMessage(current.current().message, format, args);
-    deliver(component, level, current);
+    deliver(component, level, current, self);
 }
 
 void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length)
 {
     CEmitting& current = emitting;
+    CThreadData& self = thread_data;
     current.current().message.assign(text, length);
-    deliver(component, level, current);
+    deliver(component, level, current, self);
 }
 
-void CVexlor::deliver(vexlor_component* component, vexlor_level* level, CEmitting& current)
+void CVexlor::deliver(vexlor_component* component, vexlor_level* level, CEmitting& current, CThreadData& self)
 {
     timeval now{};
     gettimeofday(&now, nullptr);
     const int pid = vx::currentPid();
-    CThreadData& self = thread_data;
     CRecordTexts& texts = current.current();
     if (self.functionNames.empty()) {
         texts.function.clear();
