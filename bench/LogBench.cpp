@@ -13,6 +13,7 @@
 #include "messages.h"
 
 extern "C" void vexlor_bench_empty_call(void*, void*, const char*, ...);
+extern "C" void vexlor_bench_floor(void*, void*, const char*, ...);
 
 namespace {
 
@@ -22,7 +23,7 @@ vexlor_component* benchComponent()
     static vexlor_component* component = [] {
         std::filesystem::create_directories(VEXLOR_BENCH_CONFIG_DIR);
         std::ofstream(std::string(VEXLOR_BENCH_CONFIG_DIR) + "/vexlor.cfg")
-            << "target = " << VEXLOR_BENCH_NULL_TARGET << "\ncomponent = bench, 001111111\n";
+            << "target = " << VEXLOR_BENCH_NULL_TARGET << "\ncomponent = bench, 101111111\n";
         return vexlor_create_component("bench", nullptr, "");
     }();
     return component;
@@ -73,6 +74,26 @@ void emptySharedLibraryCall(benchmark::State& state)
     }
 }
 
+// What the path of an emitted record must do in any design (bench/floorCall.cpp): "value %d"
+// through an exported call, the clock, the formatter, a recursive mutex and one virtual call.
+void floor(benchmark::State& state)
+{
+    vexlor_component* component = benchComponent();
+    for (auto _ : state) {
+        vexlor_bench_floor(component, VX_INFO, bench::VALUE_FORMAT, bench::VALUE);
+    }
+}
+
+// A traced function's entry and exit: two records at the tracing level, which the component takes.
+void enterAndLeave(benchmark::State& state)
+{
+    vexlor_component* component = benchComponent();
+    for (auto _ : state) {
+        vexlor_enter_function(component, "poll");
+        vexlor_leave_function(component);
+    }
+}
+
 // What every emitted record costs before anything is formatted or delivered: the wall clock with
 // microseconds and the container's recursive POSIX mutex taken and released.
 void clockAndLock(benchmark::State& state)
@@ -96,8 +117,11 @@ void clockAndLock(benchmark::State& state)
 const bool REGISTERED = [] {
     bench::addLibrary("vexlor", filtered, value, connection);
     bench::add("vexlor_dump of 64 bytes", "vexlor", dump64Bytes);
+    bench::add("trace entry and exit (2 records)", "vexlor", enterAndLeave);
     bench::add("empty call into a shared library", "baseline", emptySharedLibraryCall);
-    bench::add("gettimeofday and a recursive mutex, the floor of an emitted record", "baseline", clockAndLock);
+    bench::add("floor of \"value %d\": exported call, clock, formatter, recursive mutex, virtual call", "baseline",
+               floor);
+    bench::add("gettimeofday and a recursive mutex", "baseline", clockAndLock);
     return true;
 }();
 
