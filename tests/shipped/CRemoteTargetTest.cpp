@@ -97,15 +97,15 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
     }
 }
 
-// Logging never waits for the network; what the full queue dropped is counted exactly, the rest
-// arrives once; afterwards the sender thread sleeps.
+// Logging never waits for the network; what the full queue dropped is counted exactly (in
+// vexlorctl stats too), the rest arrives once; afterwards the sender thread sleeps.
 TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDropped)
 {
     CTempDir dir;
     CRsyslogd rsyslogd(dir.path(), CInput::TCP, "127.0.0.1");
     const std::string destination = "tcp 127.0.0.1:" + std::to_string(rsyslogd.port());
     read("target = " + remotePath() + ", host=127.0.0.1, port=" + std::to_string(rsyslogd.port()) +
-         ", queue=50, retry-ms=20, retry-max-ms=100\n");
+         ", queue=50, retry-ms=20, retry-max-ms=100\n" + CONTROL_LINE);
     for (int i = 0; i < 10; ++i) {
         log(VX_INFO, "before " + std::to_string(i));
     }
@@ -139,6 +139,11 @@ TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDrop
     const std::size_t expected = 10 + static_cast<std::size_t>(whileDown - dropped);
     ASSERT_TRUE(rsyslogd.waitForMessages(expected));
     expectSleepsWhileIdle("vexlor-remote");
+    CCounters counted;
+    EXPECT_TRUE(waitUntil([&] { return (counted = statsOf("remote"))["written"] == expected; }));
+    EXPECT_EQ(dropped, counted["dropped"]);
+    EXPECT_EQ(0u, counted["lost"] + counted["suppressed"]);
+    EXPECT_GE(counted["reconnects"], 1u);
     read("");  // nothing left to drain: nothing more arrives
     std::set<std::string> distinct;
     for (const CReceived& r : rsyslogd.received()) {
