@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <netinet/in.h>
 #include <set>
+#include <tuple>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -42,36 +43,38 @@ int openDescriptors()
 
 // TLS 1.3 ends the client's handshake before the relay checked its certificate: the target waits
 // for that verdict, names the relay's alert, and counts every record instead of writing it into
-// the refused connection.
+// the refused connection. The same over RELP, whose relay would answer the session's open.
 TEST_F(CRemoteFaultsTest, CountsEveryRecordARelayRefusingItsCertificateDidNotTake)
 {
-    CTempDir dir;
-    const CTestCertificates certificates(dir.path());
-    CRsyslogd rsyslogd(dir.path(), CRsyslogd::CInput::TLS, "127.0.0.1",
-                       {&certificates, "x509/name", "vexlor-test-client"});
-    const std::string port = std::to_string(rsyslogd.port());
-    const std::string common =
-        ", transport=tls, host=localhost, drain-ms=300, port=" + port + ", ca=" + certificates.ca;
-    read("target = " + plugin(0) + ", name=a" + common + ", cert=" + certificates.clientCert +
-         ", key=" + certificates.clientKey + "\ntarget = " + plugin(1) + ", name=b" + common +
-         "\ntarget = " + plugin(2) + ", name=c" + common + ", cert=" + certificates.otherClientCert +
-         ", key=" + certificates.otherClientKey + "\n");
-    const int records = 300;
-    logNumbered(0, records);
-    ASSERT_TRUE(rsyslogd.waitForMessages(records));  // from a, which the relay accepts
-    const std::string refused =
-        ": cannot deliver to tls localhost:" + port + " - the relay refused the connection with the TLS alert \"";
-    EXPECT_TRUE(m_syslog.waitFor("remote target b" + refused +
-                                 "certificate required\"; records wait in the queue "
-                                 "(10000 records or 16777216 bytes at most) and delivery is retried"));
-    EXPECT_TRUE(m_syslog.waitFor("remote target c" + refused +
-                                 "unknown CA\"; records wait in the queue (10000 "
-                                 "records or 16777216 bytes at most) and delivery is retried"));
-    read("");
-    EXPECT_EQ(records, droppedAtTheEnd("remote target b"));
-    EXPECT_EQ(records, droppedAtTheEnd("remote target c"));
-    EXPECT_EQ(0, m_syslog.countContaining("delivering to"));
-    EXPECT_EQ(static_cast<std::size_t>(records), rsyslogd.received().size());
+    int variant = 0;
+    for (const auto& [input, transport, authMode] : {std::tuple(CRsyslogd::CInput::TLS, "tls", "x509/name"),
+                                                     std::tuple(CRsyslogd::CInput::RELP_TLS, "relp-tls", "name")}) {
+        CTempDir dir;
+        const CTestCertificates certificates(dir.path());
+        CRsyslogd rsyslogd(dir.path(), input, "127.0.0.1", {&certificates, authMode, "vexlor-test-client"});
+        const std::string port = std::to_string(rsyslogd.port());
+        const std::string common = ", transport=" + std::string(transport) +
+            ", host=localhost, drain-ms=300, port=" + port + ", ca=" + certificates.ca;
+        m_syslog.clear();
+        read("target = " + plugin(variant++) + ", name=a" + common + ", cert=" + certificates.clientCert +
+             ", key=" + certificates.clientKey + "\ntarget = " + plugin(variant++) + ", name=b" + common +
+             "\ntarget = " + plugin(variant++) + ", name=c" + common + ", cert=" + certificates.otherClientCert +
+             ", key=" + certificates.otherClientKey + "\n");
+        const int records = 300;
+        logNumbered(0, records);
+        ASSERT_TRUE(rsyslogd.waitForMessages(records));  // from a, which the relay accepts
+        const std::string refused = ": cannot deliver to " + std::string(transport) + " localhost:" + port +
+            " - the relay refused the connection with the TLS alert \"";
+        const std::string retried = "\"; records wait in the queue (10000 records or 16777216 bytes at most) and "
+                                    "delivery is retried";
+        EXPECT_TRUE(m_syslog.waitFor("remote target b" + refused + "certificate required" + retried));
+        EXPECT_TRUE(m_syslog.waitFor("remote target c" + refused + "unknown CA" + retried));
+        read("");
+        EXPECT_EQ(records, droppedAtTheEnd("remote target b"));
+        EXPECT_EQ(records, droppedAtTheEnd("remote target c"));
+        EXPECT_EQ(0, m_syslog.countContaining("delivering to"));
+        EXPECT_EQ(static_cast<std::size_t>(records), rsyslogd.received().size());
+    }
 }
 
 // A relay at its session limit accepts and closes (or resets) at once: each connection is a

@@ -1,6 +1,6 @@
-// The remote target sending to a real rsyslogd on loopback: every field over UDP and TCP (both
-// framings), TLS and the relay's certificate, a receiver restart with exact counts, fork children
-// and the idle thread. The client's certificate is in CRemoteFaultsTest.
+// The remote target sending to a real rsyslogd on loopback: every field over UDP, TCP (both
+// framings) and RELP, TLS and the relay's certificate, fork children. The client's certificate is
+// in CRemoteFaultsTest, a relay killed and restarted in CRemoteRelpTest.
 #include <set>
 #include <syslog.h>
 #include <unistd.h>
@@ -10,7 +10,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using CInput = CRsyslogd::CInput;
 using CRemoteTargetTest = CTargetFixture;
 
@@ -18,21 +17,18 @@ const char TIMESTAMP[] = "2099-01-01T00:00:00.000007Z";
 
 std::string remotePath(int variant = 0) { return pluginPath(VEXLOR_TEST_TARGET_REMOTE, variant); }
 
-long long elapsedMs(Clock::time_point since)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
-}
-
-TEST_F(CRemoteTargetTest, DeliversEveryFieldOverUdpAndTcpWithBothFramings)
+TEST_F(CRemoteTargetTest, DeliversEveryFieldOverEachTransportWithSequenceNumbersWhereAskedFor)
 {
     struct {
         CInput input;
         const char* address;
         const char* parameters;
+        bool numbered;  // sequence=1, the default over RELP
     } const cases[] = {
-        {CInput::UDP, "127.0.0.1", "transport=udp, host=127.0.0.1"},
-        {CInput::TCP, "127.0.0.1", "host=127.0.0.1"},
-        {CInput::TCP, "::1", "transport=tcp, framing=lf, host=[::1]"},
+        {CInput::UDP, "127.0.0.1", "transport=udp, host=127.0.0.1, sequence=1", true},
+        {CInput::TCP, "127.0.0.1", "host=127.0.0.1", false},
+        {CInput::TCP, "::1", "transport=tcp, framing=lf, host=[::1]", false},
+        {CInput::RELP, "127.0.0.1", "transport=relp, host=127.0.0.1", true},
     };
     const std::string sd = "[vexlor@32473 component=\"net\" thread=\"";
     for (const auto& c : cases) {
@@ -49,11 +45,14 @@ TEST_F(CRemoteTargetTest, DeliversEveryFieldOverUdpAndTcpWithBothFramings)
         ASSERT_TRUE(rsyslogd.waitForMessages(2)) << c.parameters;
         const std::vector<CReceived> got = rsyslogd.received();
         ASSERT_EQ(2u, got.size()) << c.parameters;
+        const auto meta = [&](int n) {
+            return c.numbered ? "[meta sequenceId=\"" + std::to_string(n) + "\"]" : std::string();
+        };
         // rsyslogd shows a line feed it received as #012; with framing=lf the target wrote that.
         const std::string first = "<155>1 " + std::string(TIMESTAMP) + " dev-01 " + program_invocation_short_name +
-            " 4711 net " + sd + "main\" function=\"poll\" depth=\"2\"] link \"down\"#012again";
-        const std::string second =
-            "<159>1 " + std::string(TIMESTAMP) + " dev-01 player 4711 net " + sd + "worker\" depth=\"0\"] leaving";
+            " 4711 net " + sd + "main\" function=\"poll\" depth=\"2\"]" + meta(1) + " link \"down\"#012again";
+        const std::string second = "<159>1 " + std::string(TIMESTAMP) + " dev-01 player 4711 net " + sd +
+            "worker\" depth=\"0\"]" + meta(2) + " leaving";
         EXPECT_EQ(first, got[0].fields()) << c.parameters;
         EXPECT_EQ(second, got[1].fields()) << c.parameters;
         EXPECT_EQ(second, got[1].raw) << c.parameters;
@@ -95,65 +94,6 @@ TEST_F(CRemoteTargetTest, DeliversOverTlsOnlyToAVerifiedReceiver)
     for (const CReceived& r : got) {
         EXPECT_EQ("12 over TLS", r.pri + " " + r.msg);
     }
-}
-
-// Logging never waits for the network; what the full queue dropped is counted exactly (in
-// vexlorctl stats too), the rest arrives once; afterwards the sender thread sleeps.
-TEST_F(CRemoteTargetTest, KeepsLoggingThroughAReceiverRestartAndCountsWhatItDropped)
-{
-    CTempDir dir;
-    CRsyslogd rsyslogd(dir.path(), CInput::TCP, "127.0.0.1");
-    const std::string destination = "tcp 127.0.0.1:" + std::to_string(rsyslogd.port());
-    read("target = " + remotePath() + ", host=127.0.0.1, port=" + std::to_string(rsyslogd.port()) +
-         ", queue=50, retry-ms=20, retry-max-ms=100\n" + CONTROL_LINE);
-    for (int i = 0; i < 10; ++i) {
-        log(VX_INFO, "before " + std::to_string(i));
-    }
-    ASSERT_TRUE(rsyslogd.waitForMessages(10));
-
-    rsyslogd.stop();
-    long long slowestMs = 0;
-    const int whileDown = 200;
-    for (int i = 0; i < whileDown; ++i) {
-        const Clock::time_point start = Clock::now();
-        log(VX_INFO, "while down " + std::to_string(i));
-        slowestMs = std::max(slowestMs, elapsedMs(start));
-    }
-    EXPECT_LT(slowestMs, 1000);  // far above a normal call (microseconds)
-    EXPECT_TRUE(m_syslog.waitFor("remote target remote: queue full (50 records or 16777216 bytes): dropping new "
-                                 "records until " +
-                                 destination + " takes them"));
-    rsyslogd.start();
-
-    long long dropped = 0;  // from the one report at the end of the outage
-    ASSERT_TRUE(waitUntil([&] {
-        for (const CSyslogMessage& m : m_syslog.messages()) {
-            const std::size_t at = m.text.find(" dropped because the queue was full");
-            if (at != std::string::npos) {
-                dropped = std::stoll(m.text.substr(m.text.rfind(", ", at) + 2));
-            }
-        }
-        return dropped != 0;
-    }));
-    ASSERT_GT(dropped, 0);
-    const std::size_t expected = 10 + static_cast<std::size_t>(whileDown - dropped);
-    ASSERT_TRUE(rsyslogd.waitForMessages(expected));
-    expectSleepsWhileIdle("vexlor-remote");
-    CCounters counted;
-    EXPECT_TRUE(waitUntil([&] { return (counted = statsOf("remote"))["written"] == expected; }));
-    EXPECT_EQ(dropped, counted["dropped"]);
-    EXPECT_EQ(0u, counted["lost"] + counted["suppressed"]);
-    EXPECT_GE(counted["reconnects"], 1u);
-    read("");  // nothing left to drain: nothing more arrives
-    std::set<std::string> distinct;
-    for (const CReceived& r : rsyslogd.received()) {
-        distinct.insert(r.msg);
-    }
-    EXPECT_EQ(expected, rsyslogd.received().size());
-    EXPECT_EQ(expected, distinct.size()) << "a record arrived twice";
-    EXPECT_EQ(1, m_syslog.countContaining("remote target remote: cannot deliver to " + destination));
-    EXPECT_EQ(1, m_syslog.countContaining("remote target remote: delivering to " + destination + " again after"));
-    EXPECT_EQ(1, m_syslog.countContaining("dropped"));
 }
 
 // The parent's records wait in its queue across the fork: the child sends only its own.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sstream>
@@ -158,9 +159,18 @@ void CRsyslogd::stop(int signal)
 
 void CRsyslogd::signal(int signal) const
 {
-    if (m_pid > 0) {
-        kill(m_pid, signal);
+    if (m_pid <= 0 || kill(m_pid, signal) != 0 || signal != SIGSTOP) {
+        return;
     }
+    // A thread running at that moment may still read: wait until every one has stopped.
+    waitUntil([&] {
+        bool stopped = true;
+        for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/task")) {
+            const std::string stat = readFile(task.path() / "stat");
+            stopped = stopped && stat.compare(stat.rfind(')') + 2, 1, "T") == 0;
+        }
+        return stopped;
+    });
 }
 
 bool CRsyslogd::listening() const

@@ -51,7 +51,8 @@ public:
     // waits for its exit.
     void start();
     void stop(int signal = SIGTERM);
-    // Sends `signal` (SIGSTOP: it takes nothing more, while its kernel still takes some).
+    // Sends `signal` (SIGSTOP: it takes nothing more once this returns, while its kernel still
+    // takes some).
     void signal(int signal) const;
     bool listening() const;
 
