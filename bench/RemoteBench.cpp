@@ -1,7 +1,8 @@
 // The remote target's costs: the log call (a copy into the queue, next to the same record that
-// the target's levels= filters out) and the sustained throughput over loopback TCP to a sink
-// that only reads, in records per second. The targets are real plug-ins loaded through the
-// configuration file.
+// the target's levels= filters out), the sustained throughput over loopback TCP to a sink that
+// only reads, and over RELP to a real rsyslogd, in records per second. The targets are real
+// plug-ins loaded through the configuration file.
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <benchmark/benchmark.h>
@@ -9,7 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vexlor/vexlor.h>
@@ -78,15 +81,81 @@ CSink& sink()
     return instance;
 }
 
-// The null target takes every record; the remote target takes all but debug records.
+// A real rsyslogd with imrelp on a free loopback port, writing each record as one line to a file
+// through a direct queue (it answers a record once it wrote it). Ended with the process.
+class CRelpRelay {
+public:
+    CRelpRelay()
+        : m_directory(std::string(VEXLOR_BENCH_CONFIG_DIR) + "/relp")
+    {
+        std::filesystem::create_directories(m_directory);
+        const int probe = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
+        m_port = ntohs(address.sin_port);
+        close(probe);
+        std::filesystem::remove(m_directory + "/received.txt");
+        std::ofstream(m_directory + "/rsyslog.conf")
+            << "global(workDirectory=\"" << m_directory << "\")\nmodule(load=\"imrelp\")\n"
+            << "template(name=\"line\" type=\"string\" string=\"%msg%\\n\")\n"
+            << "ruleset(name=\"bench\" queue.type=\"Direct\") { action(type=\"omfile\" file=\"" << m_directory
+            << "/received.txt\" template=\"line\") }\n"
+            << "input(type=\"imrelp\" address=\"127.0.0.1\" port=\"" << m_port << "\" ruleset=\"bench\")\n";
+        m_pid = fork();
+        if (m_pid == 0) {
+            execlp("rsyslogd", "rsyslogd", "-n", "-f", (m_directory + "/rsyslog.conf").c_str(), "-i",
+                   (m_directory + "/pid").c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));  // until it listens
+    }
+    ~CRelpRelay()
+    {
+        kill(m_pid, SIGTERM);
+        waitpid(m_pid, nullptr, 0);
+    }
+    int port() const { return m_port; }
+    // Lines written so far: read on from where the last call stopped.
+    long long lines()
+    {
+        std::ifstream file(m_directory + "/received.txt", std::ios::binary);
+        file.seekg(m_offset);
+        char buffer[65536];
+        while (file.read(buffer, sizeof buffer) || file.gcount() > 0) {
+            m_offset += file.gcount();
+            m_lines += std::count(buffer, buffer + file.gcount(), '\n');
+        }
+        return m_lines;
+    }
+
+private:
+    std::string m_directory;
+    int m_port = 0;
+    pid_t m_pid = -1;
+    long long m_offset = 0;
+    long long m_lines = 0;
+};
+
+CRelpRelay& relay()
+{
+    static CRelpRelay instance;
+    return instance;
+}
+
 vexlor_component* benchComponent()
 {
     static vexlor_component* component = [] {
         std::filesystem::create_directories(VEXLOR_BENCH_CONFIG_DIR);
         std::ofstream(std::string(VEXLOR_BENCH_CONFIG_DIR) + "/vexlor.cfg")
             << "target = " << VEXLOR_BENCH_NULL_TARGET << "\ntarget = " << VEXLOR_BENCH_REMOTE_TARGET
-            << ", host=127.0.0.1, port=" << sink().port() << ", levels=emerg-info, queue=" << 4 * BURST
-            << "\ncomponent = bench, 011111111\n";
+            << ", host=127.0.0.1, port=" << sink().port() << ", levels=info, queue=" << 4 * BURST
+            << ", queue-bytes=268435456\ntarget = " << VEXLOR_BENCH_REMOTE_RELP_TARGET << ", name=relp, transport=relp"
+            << ", host=127.0.0.1, port=" << relay().port() << ", levels=notice, queue=" << 4 * BURST
+            << ", queue-bytes=268435456\ncomponent = bench, 011111111\n";
         return vexlor_create_component("bench", nullptr, "");
     }();
     return component;
@@ -135,6 +204,23 @@ void sustainedThroughput(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * BURST);
 }
 BENCHMARK(sustainedThroughput)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// The same over RELP to rsyslogd: from the first call to the last record the relay wrote.
+void sustainedThroughputRelp(benchmark::State& state)
+{
+    vexlor_component* component = benchComponent();
+    for (auto _ : state) {
+        const long long before = relay().lines();
+        for (long long i = 0; i < BURST; ++i) {
+            vexlor(component, VX_NOTICE, "record %lld of a burst of records to the relay", i);
+        }
+        while (relay().lines() < before + BURST) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * BURST);
+}
+BENCHMARK(sustainedThroughputRelp)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
