@@ -11,9 +11,11 @@ using std::chrono::milliseconds;
 // When the queue has run empty, the sender naps this long before it sleeps: the log calls of a
 // busy program then never pay for waking it, and each round carries a batch.
 constexpr milliseconds NAP{1};
-// How soon the sender looks at TCP's acknowledgements again while it waits for them (to end a
-// fault, or to finish the drain); otherwise it looks at the next write.
+// How soon the sender looks at TCP's acknowledgements again while it waits for them: at first
+// soon, so that records the relay has stop holding room in the queue, then less and less often
+// (a connection that hangs), but soon again while a fault or the drain waits for them.
 constexpr milliseconds ACK_POLL{10};
+constexpr milliseconds ACK_POLL_MAX{1000};
 constexpr short RELAY_EVENTS = POLLIN | POLLRDHUP;
 
 }  // namespace
@@ -172,6 +174,7 @@ void CDelivery::confirm()
     m_confirmedOnConnection += count;
     m_failures = 0;
     m_lastAnswer = Clock::now();
+    m_ackPoll = ACK_POLL;
     m_report.delivered(delivered, end);
 }
 
@@ -221,8 +224,10 @@ bool CDelivery::await(std::string& error)
         return false;
     }
     Clock::time_point until = answerDue();
-    if (!m_inFlight.empty() && !m_transport->answers() && (m_report.faultOpen() || m_waiter.stopping())) {
-        until = Clock::now() + ACK_POLL;
+    if (!m_inFlight.empty() && !m_transport->answers()) {
+        const bool urgent = m_report.faultOpen() || m_waiter.stopping();
+        until = Clock::now() + (urgent ? ACK_POLL : m_ackPoll);
+        m_ackPoll = std::min<Clock::duration>(m_ackPoll * 2, ACK_POLL_MAX);
     }
     if (windowFull) {
         m_waiter.wait(fd, RELAY_EVENTS, until);

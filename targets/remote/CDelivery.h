@@ -71,6 +71,7 @@ private:
     Position m_messageEnd = 0;  // where that record ends in the queue
     bool m_napped = false;  // the last wait was a nap, unnoticed by the log calls
     Clock::time_point m_lastAnswer{};  // when the relay last confirmed, or the wait for it began
+    Clock::duration m_ackPoll = std::chrono::milliseconds(10);  // the next look at TCP's acknowledgements
 
     unsigned m_failures = 0;  // failed attempts since the relay last took a record
     Clock::time_point m_nextAttempt{};

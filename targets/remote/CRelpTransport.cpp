@@ -154,12 +154,14 @@ bool CRelpTransport::exchange(const std::string& frame, Clock::time_point limit,
             }
             written += static_cast<std::size_t>(sent);
         }
-        if (!receive(error)) {
-            return false;
-        }
+        // A relay may answer and close at once (one that refuses the session): the answer counts.
+        const bool open = receive(error);
         if (m_controlTxnr == 0) {
             answer = m_controlAnswer;
             return true;
+        }
+        if (!open) {
+            return false;
         }
         if (Clock::now() >= limit || m_waiter.expired()) {
             error = "no answer to \"" + quote(frame.substr(frame.find(' ') + 1, 5)) + "\" in time";

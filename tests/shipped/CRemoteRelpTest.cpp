@@ -164,9 +164,9 @@ std::unique_ptr<CFakeRelay> fakeRelay(CAnswer answer)
     return relay;
 }
 
-// Relays that refuse records, never answer, end the session, answer out of order or send what is
-// not RELP: one message each naming what the relay did, the records counted exactly, and no call
-// waits.
+// Relays that refuse records, never answer, end the session, answer out of order, send what is
+// not RELP or refuse the session: one message each naming what the relay did, the records counted
+// exactly, and no call waits.
 TEST_F(CRemoteRelpTest, ReportsEachWayARelayBreaksTheProtocolOnceAndCountsExactly)
 {
     std::set<std::string> taken, ended;  // by the refusing relay and the one that ends a session
@@ -197,10 +197,17 @@ TEST_F(CRemoteRelpTest, ReportsEachWayARelayBreaksTheProtocolOnceAndCountsExactl
             (void)!::send(fd, "7 rsp x3\n", 9, MSG_NOSIGNAL);
             return true;
         }),
+        std::make_unique<CFakeRelay>([](int fd) {
+            send(fd, 1, "rsp", "500 too busy");  // to the session's open, the first transaction
+            shutdown(fd, SHUT_WR);
+            for (char unread[4096]; recv(fd, unread, sizeof unread, 0) > 0;) {
+            }
+            close(fd);
+        }),
     };
-    const char* const names[] = {"refuses", "silent", "ends", "unordered", "garbled"};
+    const char* const names[] = {"refuses", "silent", "ends", "unordered", "garbled", "busy"};
     std::string lines;
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 6; ++i) {
         lines += "target = " + plugin(i) + ", name=" + names[i] +
             ", transport=relp, host=127.0.0.1, port=" + std::to_string(relays[i]->port()) +
             ", connect-timeout-ms=300, retry-ms=50, retry-max-ms=100\n";
@@ -222,6 +229,8 @@ TEST_F(CRemoteRelpTest, ReportsEachWayARelayBreaksTheProtocolOnceAndCountsExactl
                  " - the relay broke the protocol with an answer to transaction 3 where the one to 2 was due" + retried,
              "remote target garbled: cannot deliver to " + to(4) +
                  " - the relay broke the protocol with a malformed frame \"7 rsp x3\"" + retried,
+             "remote target busy: cannot deliver to " + to(5) + " - the relay refused the session: \"500 too busy\"" +
+                 retried,
          }) {
         EXPECT_TRUE(m_syslog.waitFor(diagnostic));
         EXPECT_EQ(1, m_syslog.count(diagnostic));
@@ -230,7 +239,7 @@ TEST_F(CRemoteRelpTest, ReportsEachWayARelayBreaksTheProtocolOnceAndCountsExactl
     const long long unconfirmed = reported("remote target ends", lost, " records not confirmed yet");
     EXPECT_EQ(unconfirmed, reported("remote target ends", "again", " of them sent again"));
     read("");
-    for (const char* name : {"silent", "unordered", "garbled"}) {
+    for (const char* name : {"silent", "unordered", "garbled", "busy"}) {
         EXPECT_EQ(records, droppedAtTheEnd(std::string("remote target ") + name));
     }
     for (std::unique_ptr<CFakeRelay>& relay : relays) {
