@@ -1,13 +1,16 @@
 // Plays another local user in a security test (the test runs as root): a fork child that drops to
 // that user and group with no supplementary groups, as `setpriv --reuid --regid --clear-groups`
-// does, and runs an attack until the object goes.
+// does, and runs an attack until the object goes; and a fixture with a directory of that user's.
 #pragma once
 
 #include <csignal>
 #include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "CTempDir.h"
 #include "runInChild.h"
 
 constexpr int NOBODY = 65534;
@@ -46,4 +49,32 @@ public:
 private:
     pid_t m_pid = -1;
     bool m_ready = false;
+};
+
+// Runs `plant` as the other user; true once it is done.
+template <typename Plant>
+bool asOtherUser(Plant plant)
+{
+    const COtherUser other(NOBODY, [&](auto ready) {
+        plant();
+        ready();
+    });
+    return other.ready();
+}
+
+// Skipped unless root. The other user owns m_theirs, in a directory every user may pass through.
+class COtherUserTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "plays another user: needs root";
+        }
+        chmod(m_dir.path().c_str(), 0755);
+        mkdir(m_theirs.c_str(), 0755);
+        ASSERT_EQ(0, chown(m_theirs.c_str(), NOBODY, NOBODY));
+    }
+
+    CTempDir m_dir;
+    const std::string m_theirs = m_dir.file("theirs");
 };

@@ -124,20 +124,8 @@ TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrorsOrNoFile)
 }
 
 // The other user (nobody) owns a directory next to root's files; the old repro's steps follow.
-class CInstallAttackTest : public ::testing::Test {
+class CInstallAttackTest : public COtherUserTest {
 protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "needs root to play another user";
-        }
-        chmod(m_dir.path().c_str(), 0755);
-        mkdir(m_theirs.c_str(), 0755);
-        ASSERT_EQ(0, chown(m_theirs.c_str(), NOBODY, NOBODY));
-    }
-
-    CTempDir m_dir;
-    const std::string m_theirs = m_dir.file("theirs");
     const std::string m_good = m_dir.write("good.cfg", "component = a, 11\n");
 };
 
