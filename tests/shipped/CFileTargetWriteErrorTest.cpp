@@ -27,9 +27,8 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactlyInTheFileA
         read("target = " VEXLOR_TEST_TARGET_FILE ", path=" + path + ", pattern=%m" + buffer + "\n" + CONTROL_LINE);
         const std::string who = "file target \"file\" (" + path + ")";
         const std::string reason = "write failed: No space left on device";
-        const std::string started = who + ": " + reason +
-            "; records are lost until it works again (tried again "
-            "with every record)";
+        const std::string started =
+            who + ": " + reason + "; records are lost until it works again (tried again with every record)";
 
         // Two faults: space comes back before the next record in the first, only at unload in the second.
         int next = 0;
