@@ -2,7 +2,6 @@
 // directory made or linked before its user's program starts, a link or a directory of theirs in a
 // sticky directory. The recorder target refuses each with one error that says who, and puts
 // nothing where they chose.
-#include <functional>
 #include <grp.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -29,13 +28,6 @@ TEST_F(CRecorderOtherUserTest, RefusesADirectoryAnotherUserMadeOrLinked)
     chmod(shared.c_str(), 01777);
     std::filesystem::create_directory(mine);
     ASSERT_EQ(0, chown(mine.c_str(), user, user));
-    const auto asOtherUser = [](const std::function<void()>& plant) {
-        const COtherUser other(NOBODY, [&](auto ready) {
-            plant();
-            ready();
-        });
-        return other.ready();
-    };
     // The program as `uid` loads a recorder with `dir`; 0 when syslog said `error` once.
     const auto program = [&](int uid, const std::string& dir, const std::string& error) {
         m_dir.write("vexlor.cfg", "target = " VEXLOR_TEST_TARGET_RECORDER + dir + "\n");

@@ -71,45 +71,20 @@ bool plain(const std::string& text)
     return std::all_of(text.begin(), text.end(), [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); });
 }
 
-class CRingReaderOtherUserTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "plays another user: needs root";
-        }
-        chmod(m_dir.path().c_str(), 0755);
-        std::filesystem::create_directory(m_theirs);
-        ASSERT_EQ(0, chown(m_theirs.c_str(), NOBODY, NOBODY));
-    }
-
-    // Runs `plant` as uid 65534.
-    template <typename Plant>
-    void asOtherUser(Plant plant)
-    {
-        const COtherUser other(NOBODY, [&](auto ready) {
-            plant();
-            ready();
-        });
-        ASSERT_TRUE(other.ready());
-    }
-
-    CTempDir m_dir;
-    const std::string m_theirs = m_dir.file("theirs");
-};
+using CRingReaderOtherUserTest = COtherUserTest;
 
 TEST_F(CRingReaderOtherUserTest, PrintsEveryTextOfARingEscaped)
 {
     const std::string name = "\x1b]0;root@host\x07\xc2\x9b"
                              "31m";
-    asOtherUser([&] {
+    ASSERT_TRUE(asOtherUser([&] {
         writeFile(m_theirs + "/" + name + ".4242.ring",
                   ringFile(4242, name,
                            {{"t\x1b[2J",
                              "c\xc2\x9b"
                              "1m",
                              "f\n", "m\xff\xe2\x82"}}));
-    });
+    }));
     const CCommandResult rings = vexlorctl({"rings", "--dir=" + m_theirs});
     const CCommandResult dump = vexlorctl({"dump", "4242", "--dir=" + m_theirs, "--pattern=%a|%T|%c|%f|%m"});
     EXPECT_TRUE(plain(rings.out + rings.err + dump.out + dump.err)) << rings.out << dump.out;
@@ -126,7 +101,7 @@ TEST_F(CRingReaderOtherUserTest, FollowsNoLinkOfTheirsAndReadsOnlyRegularFilesWi
     std::filesystem::create_directory(m_dir.file("root"));
     writeFile(secret, ringFile(1, "root-app", {{"main", "auth", "", "the secret"}}));
     const std::string good = ringFile(4242, "good", {{"main", "net", "", "hello"}});
-    asOtherUser([&] {
+    ASSERT_TRUE(asOtherUser([&] {
         const std::string at = m_theirs + "/";
         writeFile(at + "good.4242.ring", good);
         writeFile(at + "short.1.ring", good.substr(0, 100));
@@ -135,7 +110,7 @@ TEST_F(CRingReaderOtherUserTest, FollowsNoLinkOfTheirsAndReadsOnlyRegularFilesWi
         mkfifo((at + "fifo.4.ring").c_str(), 0644);
         writeFile(at + "huge.5.ring", "");
         (void)!truncate((at + "huge.5.ring").c_str(), 1LL << 40);  // sparse: nothing on disk
-    });
+    }));
     const CCommandResult rings = vexlorctl({"rings", "--dir=" + m_theirs});
     EXPECT_EQ(0, rings.status);
     EXPECT_NE(std::string::npos, rings.out.find("good.4242.ring"));
@@ -157,7 +132,7 @@ TEST_F(CRingReaderOtherUserTest, FollowsNoLinkOfTheirsAndReadsOnlyRegularFilesWi
     const std::string shared = m_dir.file("shared");
     std::filesystem::create_directory(shared);
     chmod(shared.c_str(), 01777);
-    asOtherUser([&] { writeFile(shared + "/app.1.ring", ringFile(1, "app", {{"", "", "", "theirs"}})); });
+    ASSERT_TRUE(asOtherUser([&] { writeFile(shared + "/app.1.ring", ringFile(1, "app", {{"", "", "", "theirs"}})); }));
     const CCommandResult skipped = vexlorctl({"dump", "app", "--dir=" + shared});
     EXPECT_EQ(std::make_tuple(1, std::string::npos), std::make_tuple(skipped.status, skipped.out.find("theirs")));
     EXPECT_NE(std::string::npos,
@@ -170,10 +145,10 @@ TEST_F(CRingReaderOtherUserTest, ReadsNoDefaultDirectoryAnotherUserMade)
     const int user = NOBODY - 1;
     const std::string planted = "/tmp/vexlor-" + std::to_string(user);
     std::filesystem::remove_all(planted);
-    asOtherUser([&] {
+    ASSERT_TRUE(asOtherUser([&] {
         std::filesystem::create_directories(planted + "/recorder");
         writeFile(planted + "/recorder/app.1.ring", ringFile(1, "app", {{"", "", "", "planted"}}));
-    });
+    }));
     unsetenv("XDG_RUNTIME_DIR");
     const CCommandResult result = vexlorctl({"dump", "app"}, user);
     std::filesystem::remove_all(planted);
