@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <netinet/in.h>
 #include <set>
-#include <tuple>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -46,12 +45,17 @@ int openDescriptors()
 // the refused connection. The same over RELP, whose relay would answer the session's open.
 TEST_F(CRemoteFaultsTest, CountsEveryRecordARelayRefusingItsCertificateDidNotTake)
 {
+    CTempDir tlsDir, relpDir;
+    const CTestCertificates certificates(tlsDir.path());
+    // Both relays start before a target's thread ends: ThreadSanitizer takes the fork handler that
+    // frees the counters' lock in a child for a race with such a thread.
+    CRsyslogd tls(tlsDir.path(), CRsyslogd::CInput::TLS, "127.0.0.1",
+                  {&certificates, "x509/name", "vexlor-test-client"});
+    CRsyslogd relp(relpDir.path(), CRsyslogd::CInput::RELP_TLS, "127.0.0.1",
+                   {&certificates, "name", "vexlor-test-client"});
     int variant = 0;
-    for (const auto& [input, transport, authMode] : {std::tuple(CRsyslogd::CInput::TLS, "tls", "x509/name"),
-                                                     std::tuple(CRsyslogd::CInput::RELP_TLS, "relp-tls", "name")}) {
-        CTempDir dir;
-        const CTestCertificates certificates(dir.path());
-        CRsyslogd rsyslogd(dir.path(), input, "127.0.0.1", {&certificates, authMode, "vexlor-test-client"});
+    for (const auto& [relay, transport] : {std::pair(&tls, "tls"), std::pair(&relp, "relp-tls")}) {
+        CRsyslogd& rsyslogd = *relay;
         const std::string port = std::to_string(rsyslogd.port());
         const std::string common = ", transport=" + std::string(transport) +
             ", host=localhost, drain-ms=300, port=" + port + ", ca=" + certificates.ca;
