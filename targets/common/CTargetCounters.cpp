@@ -3,9 +3,9 @@
 #include "CTargetCounters.h"
 
 #include <mutex>
-#include <new>
 #include <pthread.h>
 
+#include "forkGeneration.h"
 #include "targetStats.h"
 
 namespace {
@@ -18,7 +18,7 @@ std::mutex g_mutex;
 CTargetCounters* g_first = nullptr;  // guarded by g_mutex
 
 // The control thread may hold the lock across a fork: the child starts with a free one.
-const bool g_forkHandled = pthread_atfork(nullptr, nullptr, [] { new (&g_mutex) std::mutex; }) == 0;
+const bool g_forkHandled = pthread_atfork(nullptr, nullptr, [] { freeInForkChild(g_mutex); }) == 0;
 
 }  // namespace
 

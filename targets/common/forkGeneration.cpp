@@ -2,6 +2,7 @@
 #include "forkGeneration.h"
 
 #include <atomic>
+#include <new>
 #include <pthread.h>
 
 namespace {
@@ -19,4 +20,13 @@ unsigned processGeneration()
 {
     (void)g_registered;
     return g_generation.load(std::memory_order_relaxed);
+}
+
+void freeInForkChild(std::mutex& mutex)
+{
+    if (mutex.try_lock()) {
+        mutex.unlock();
+    } else {
+        new (&mutex) std::mutex;  // held by a thread that does not exist in the child
+    }
 }

@@ -3,4 +3,11 @@
 // finds another number is in a child and must neither use, flush nor join that state.
 #pragma once
 
+#include <mutex>
+
 unsigned processGeneration();
+
+// For a fork child handler: the child's copy of a lock that another thread may have held at the
+// fork, made free. A lock that was free is taken and released rather than built anew, which tells
+// a thread checker that the child's later use follows the parent threads' last one.
+void freeInForkChild(std::mutex& mutex);

@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
-#include <new>
 #include <pthread.h>
 #include <vexlor/vexlor.h>
+
+#include "forkGeneration.h"
 
 namespace temporaryRaises {
 namespace {
@@ -25,7 +26,7 @@ std::map<std::string, CEntry>* g_raises = new std::map<std::string, CEntry>;  //
 
 // The control thread may hold the lock across a fork: the child (which has no such thread) starts
 // with a free one.
-const bool g_forkHandled = pthread_atfork(nullptr, nullptr, [] { new (&g_mutex) std::mutex; }) == 0;
+const bool g_forkHandled = pthread_atfork(nullptr, nullptr, [] { freeInForkChild(g_mutex); }) == 0;
 
 }  // namespace
 

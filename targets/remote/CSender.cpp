@@ -151,9 +151,14 @@ void CSender::restartInChild()
 
 void CSender::forkChild()
 {
-    // Another thread may have held the lock at the fork; the list itself is whole (see above).
+    // Another thread may have held the lock at the fork: then it is made anew; the list itself is
+    // whole (see above). A free lock is taken instead, which tells a thread checker that what
+    // follows comes after the parent threads' last use.
+    if (pthread_mutex_trylock(&sendersMutex) != 0) {
+        pthread_mutex_init(&sendersMutex, nullptr);
+        pthread_mutex_lock(&sendersMutex);
+    }
     // The parent's draining threads did not come along: nothing to wait for at this child's exit.
-    pthread_mutex_init(&sendersMutex, nullptr);
     pthread_cond_init(&drainEnded, nullptr);
     draining = 0;
     for (CSender* sender = firstSender; sender != nullptr; sender = sender->m_nextSender) {
@@ -161,4 +166,5 @@ void CSender::forkChild()
         sender->m_threadRunning = false;
         sender->m_forkChild = true;
     }
+    pthread_mutex_unlock(&sendersMutex);
 }
