@@ -152,6 +152,7 @@ void CRsyslogd::stop(int signal)
 {
     if (m_pid > 0) {
         kill(m_pid, signal);
+        kill(m_pid, SIGCONT);  // one that a test stopped takes its signal only once it runs
         waitpid(m_pid, nullptr, 0);
         m_pid = -1;
     }
