@@ -47,8 +47,6 @@ TEST_F(CRemoteFaultsTest, CountsEveryRecordARelayRefusingItsCertificateDidNotTak
 {
     CTempDir tlsDir, relpDir;
     const CTestCertificates certificates(tlsDir.path());
-    // Both relays start before a target's thread ends: ThreadSanitizer takes the fork handler that
-    // frees the counters' lock in a child for a race with such a thread.
     CRsyslogd tls(tlsDir.path(), CRsyslogd::CInput::TLS, "127.0.0.1",
                   {&certificates, "x509/name", "vexlor-test-client"});
     CRsyslogd relp(relpDir.path(), CRsyslogd::CInput::RELP_TLS, "127.0.0.1",
