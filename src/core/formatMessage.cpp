@@ -8,7 +8,8 @@
 namespace vx {
 namespace {
 
-std::size_t formatInto(char* buffer, std::size_t size, const char* format, va_list args)
+__attribute__((format(printf, 3, 0))) std::size_t formatInto(char* buffer, std::size_t size, const char* format,
+                                                             va_list args)
 {
     if (format == nullptr) {
         buffer[0] = '\0';

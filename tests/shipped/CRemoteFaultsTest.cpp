@@ -58,10 +58,10 @@ TEST_F(CRemoteFaultsTest, CountsEveryRecordARelayRefusingItsCertificateDidNotTak
         const std::string common = ", transport=" + std::string(transport) +
             ", host=localhost, drain-ms=300, port=" + port + ", ca=" + certificates.ca;
         m_syslog.clear();
-        read("target = " + plugin(variant++) + ", name=a" + common + ", cert=" + certificates.clientCert +
-             ", key=" + certificates.clientKey + "\ntarget = " + plugin(variant++) + ", name=b" + common +
-             "\ntarget = " + plugin(variant++) + ", name=c" + common + ", cert=" + certificates.otherClientCert +
-             ", key=" + certificates.otherClientKey + "\n");
+        const std::string a = plugin(variant++), b = plugin(variant++), c = plugin(variant++);
+        read("target = " + a + ", name=a" + common + ", cert=" + certificates.clientCert + ", key=" +
+             certificates.clientKey + "\ntarget = " + b + ", name=b" + common + "\ntarget = " + c + ", name=c" +
+             common + ", cert=" + certificates.otherClientCert + ", key=" + certificates.otherClientKey + "\n");
         const int records = 300;
         logNumbered(0, records);
         ASSERT_TRUE(rsyslogd.waitForMessages(records));  // from a, which the relay accepts

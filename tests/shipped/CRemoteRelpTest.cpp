@@ -115,7 +115,9 @@ TEST_F(CRemoteRelpTest, LosesNothingUncountedWhenTheRelayIsKilledWhereTcpLosesWh
     // vexlorctl stats counts the same; over TCP, what the killed relay's kernel took counts as written.
     for (const auto& [name, queueFull] : {std::pair("relp", dropped), std::pair("tcp", tcpDropped)}) {
         CCounters counted;
-        EXPECT_TRUE(waitUntil([&] { return (counted = statsOf(name))["written"] == 3 * part - queueFull; })) << name;
+        const auto expected = static_cast<unsigned long long>(3 * part - queueFull);
+        const std::string target = name;  // a lambda may not capture a structured binding before C++20
+        EXPECT_TRUE(waitUntil([&] { return (counted = statsOf(target))["written"] == expected; })) << name;
         EXPECT_EQ(queueFull, static_cast<long long>(counted["dropped"])) << name;
         EXPECT_GE(counted["reconnects"], 1u) << name;
     }
