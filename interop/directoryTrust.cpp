@@ -87,7 +87,13 @@ int openDirectoryOfTrustedPath(const std::string& path, bool create, std::string
     if (path.empty() || path[0] != '/') {
         return fail(error, path + ": not an absolute path", EINVAL);
     }
-    CFd at(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // The root through the link to it where /proc is mounted: an emulator that runs programs of
+    // another architecture on a directory of their own libraries (qemu-user with -L) maps an open
+    // of "/" onto that directory, but not this link.
+    CFd at(open("/proc/self/root", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (at.get() < 0) {
+        at.reset(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
     struct stat here { };
     if (at.get() < 0 || fstat(at.get(), &here) != 0) {
         return fail(error, "/", errno);
