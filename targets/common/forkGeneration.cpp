@@ -30,3 +30,11 @@ void freeInForkChild(std::mutex& mutex)
         new (&mutex) std::mutex;  // held by a thread that does not exist in the child
     }
 }
+
+void lockInForkChild(pthread_mutex_t& mutex)
+{
+    if (pthread_mutex_trylock(&mutex) != 0) {
+        pthread_mutex_init(&mutex, nullptr);  // held by a thread that does not exist in the child
+        pthread_mutex_lock(&mutex);
+    }
+}

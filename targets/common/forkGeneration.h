@@ -4,6 +4,7 @@
 #pragma once
 
 #include <mutex>
+#include <pthread.h>
 
 unsigned processGeneration();
 
@@ -11,3 +12,6 @@ unsigned processGeneration();
 // fork, made free. A lock that was free is taken and released rather than built anew, which tells
 // a thread checker that the child's later use follows the parent threads' last one.
 void freeInForkChild(std::mutex& mutex);
+// The same for a POSIX mutex; returns with it held, so that what the child resets next is ordered
+// after the parent threads' last use too.
+void lockInForkChild(pthread_mutex_t& mutex);

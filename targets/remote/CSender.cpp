@@ -6,6 +6,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "forkGeneration.h"
 #include "startThread.h"
 
 namespace {
@@ -151,13 +152,8 @@ void CSender::restartInChild()
 
 void CSender::forkChild()
 {
-    // Another thread may have held the lock at the fork: then it is made anew; the list itself is
-    // whole (see above). A free lock is taken instead, which tells a thread checker that what
-    // follows comes after the parent threads' last use.
-    if (pthread_mutex_trylock(&sendersMutex) != 0) {
-        pthread_mutex_init(&sendersMutex, nullptr);
-        pthread_mutex_lock(&sendersMutex);
-    }
+    // Another thread may have held the lock at the fork; the list itself is whole (see above).
+    lockInForkChild(sendersMutex);
     // The parent's draining threads did not come along: nothing to wait for at this child's exit.
     pthread_cond_init(&drainEnded, nullptr);
     draining = 0;
