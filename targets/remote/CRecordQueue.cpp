@@ -49,59 +49,54 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     size = padded(size);
     header.size = static_cast<std::uint32_t>(size);
 
-    bool wake = false;
-    bool stored = false;
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_sequence = nextSequence(m_sequence);
-        header.sequence = m_sequence;
-        std::size_t offset = static_cast<std::size_t>(m_tail % m_capacity);
-        const std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
-        if (m_count == m_maxRecords || m_tail - m_head + skip + size > m_capacity) {
-            // The first drop of a run wakes the sender, so that it reports the run's start.
-            ++m_dropped;
-            wake = !m_inDropRun;
-            m_inDropRun = true;
-        } else {
-            if (skip != 0) {
-                const std::uint32_t wrap = 0;
-                std::memcpy(&m_ring[offset], &wrap, sizeof wrap);
-                m_tail += skip;
-                offset = 0;
-            }
-            char* at = &m_ring[offset];
-            std::memcpy(at, &header, sizeof header);
-            at += sizeof header;
-            for (int i = 0; i < 5; ++i) {
-                std::memcpy(at, texts[i]->data(), header.lengths[i]);
-                at += header.lengths[i];
-            }
-            m_tail += size;
-            ++m_count;
-            stored = true;
-            m_inDropRun = false;
-            // Only the record that ends the sender's sleep pays for a wake-up.
-            wake = m_senderAsleep;
-            m_senderAsleep = false;
-        }
+    m_sequence = nextSequence(m_sequence);
+    header.sequence = m_sequence;
+    Position tail = m_tail.load(std::memory_order_relaxed);
+    const std::size_t count = m_count.load(std::memory_order_acquire);
+    std::size_t offset = static_cast<std::size_t>(tail % m_capacity);
+    std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
+    if (count == 0 && offset >= size) {
+        // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
+        skip = m_capacity - offset;
     }
-    if (wake) {
+    // Acquire: the sender is done with what it released before the space is written again.
+    if (count == m_maxRecords || tail - m_head.load(std::memory_order_acquire) + skip + size > m_capacity) {
+        m_dropped.fetch_add(1, std::memory_order_relaxed);
+        // The first drop of a run wakes the sender, so that it reports the run's start.
+        if (!m_inDropRun) {
+            m_inDropRun = true;
+            m_senderAsleep.store(false, std::memory_order_relaxed);
+            m_waiter.wake();
+        }
+        return false;
+    }
+    if (skip != 0) {
+        const std::uint32_t wrap = 0;
+        std::memcpy(&m_ring[offset], &wrap, sizeof wrap);
+        tail += skip;
+        offset = 0;
+    }
+    char* at = &m_ring[offset];
+    std::memcpy(at, &header, sizeof header);
+    at += sizeof header;
+    for (int i = 0; i < 5; ++i) {
+        std::memcpy(at, texts[i]->data(), header.lengths[i]);
+        at += header.lengths[i];
+    }
+    m_inDropRun = false;
+    m_count.fetch_add(1, std::memory_order_release);
+    // Sequentially consistent with sleepAfter: either the sender sees this record before it
+    // sleeps, or this call sees it asleep. Only the record that ends its sleep pays for a wake-up.
+    m_tail.store(tail + size, std::memory_order_seq_cst);
+    if (m_senderAsleep.exchange(false, std::memory_order_seq_cst)) {
         m_waiter.wake();
     }
-    return stored;
+    return true;
 }
 
-CRecordQueue::Position CRecordQueue::begin() const
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_head;
-}
+CRecordQueue::Position CRecordQueue::begin() const { return m_head.load(std::memory_order_relaxed); }
 
-CRecordQueue::Position CRecordQueue::end() const
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_tail;
-}
+CRecordQueue::Position CRecordQueue::end() const { return m_tail.load(std::memory_order_acquire); }
 
 void CRecordQueue::read(Position& position, CQueuedRecord& record) const
 {
@@ -131,34 +126,21 @@ void CRecordQueue::read(Position& position, CQueuedRecord& record) const
 
 CRecordQueue::Position CRecordQueue::release(Position position, std::size_t records)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_head = position;
-    m_count -= records;
-    if (m_count == 0 && m_tail % m_capacity != 0) {
-        // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
-        m_tail += m_capacity - m_tail % m_capacity;
-        m_head = m_tail;
-    }
-    return m_head;
+    m_head.store(position, std::memory_order_release);
+    m_count.fetch_sub(records, std::memory_order_release);
+    return position;
 }
 
 bool CRecordQueue::sleepAfter(Position position)
 {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_senderAsleep = m_tail == position;
-    return m_senderAsleep;
+    m_senderAsleep.store(true, std::memory_order_seq_cst);
+    if (m_tail.load(std::memory_order_seq_cst) == position) {
+        return true;
+    }
+    m_senderAsleep.store(false, std::memory_order_relaxed);
+    return false;
 }
 
-unsigned long long CRecordQueue::takeDropped()
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    const unsigned long long dropped = m_dropped;
-    m_dropped = 0;
-    return dropped;
-}
+unsigned long long CRecordQueue::takeDropped() { return m_dropped.exchange(0, std::memory_order_relaxed); }
 
-std::size_t CRecordQueue::size() const
-{
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_count;
-}
+std::size_t CRecordQueue::size() const { return m_count.load(std::memory_order_acquire); }

@@ -4,12 +4,16 @@
 // emptied queue starts again at the ring's beginning). When a record does not fit, it is dropped
 // and counted. A record stays in the ring until the sender releases it: while it is in flight to
 // the relay too, so that it can be sent again after a broken connection.
+//
+// One writer and one reader, without a lock: the library never calls a target twice at once, so
+// push has one caller at a time, and the sender thread is the only reader. A log call therefore
+// never waits for the sender, not even when the sender is preempted in the middle of its work.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <atomic>
 #include <string>
 
 #include "CQueuedRecord.h"
@@ -45,8 +49,7 @@ public:
     // The sender: the record at `position` (before end()), whose texts stay valid until it is
     // released; moves `position` past it.
     void read(Position& position, CQueuedRecord& record) const;
-    // The sender: frees the `records` records before `position`; returns begin(), which moves
-    // past `position` when the queue is left empty.
+    // The sender: frees the `records` records before `position`; returns begin().
     Position release(Position position, std::size_t records);
     // The sender: when no record lies past `position`, notes that the sender sleeps (the next push
     // wakes it) and returns true.
@@ -58,16 +61,15 @@ public:
     std::size_t size() const;
 
 private:
-    mutable std::mutex m_mutex;
     const std::size_t m_maxRecords;
     const std::size_t m_capacity;  // the ring's size in bytes, a multiple of 8
     const std::unique_ptr<char[]> m_ring;  // records are written past m_tail, read before it
     CWaiter& m_waiter;
-    Position m_head = 0;  // guarded by m_mutex
-    Position m_tail = 0;  // guarded by m_mutex
-    std::size_t m_count = 0;  // guarded by m_mutex
-    unsigned long long m_dropped = 0;  // guarded by m_mutex; since the sender last took it
-    std::uint32_t m_sequence = 0;  // guarded by m_mutex; the last number given
-    bool m_inDropRun = false;  // guarded by m_mutex; no record was stored since the last drop
-    bool m_senderAsleep = false;  // guarded by m_mutex
+    std::atomic<Position> m_head{0};  // written by the sender
+    std::atomic<Position> m_tail{0};  // written by push
+    std::atomic<std::size_t> m_count{0};
+    std::atomic<unsigned long long> m_dropped{0};  // since the sender last took it
+    std::atomic<bool> m_senderAsleep{false};
+    std::uint32_t m_sequence = 0;  // push's own: the last number given
+    bool m_inDropRun = false;  // push's own: no record was stored since the last drop
 };

@@ -126,7 +126,7 @@ void* CSender::threadMain(void* self)
 
 void CSender::leaveParentsStateAlone()
 {
-    // The parent's thread may have been inside the queue (holding its lock) or the connection at
+    // The parent's thread may have been inside the queue or the connection at
     // the fork: their copies here are left untouched, not even freed. Only the socket is closed,
     // which ends nothing for the parent.
     m_forkChild = false;
