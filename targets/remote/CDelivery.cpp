@@ -159,6 +159,11 @@ void CDelivery::confirm()
     std::string answer;
     while (!m_inFlight.empty() && m_inFlight.front().mark <= mark) {
         if (m_transport->refusedRecord(m_inFlight.front().mark, answer)) {
+            if (delivered > 0) {
+                // Those came before the refusal: they do not end it.
+                m_report.delivered(delivered, end);
+                delivered = 0;
+            }
             m_report.refused(answer);
         } else {
             ++delivered;

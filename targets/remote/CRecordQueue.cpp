@@ -55,8 +55,9 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     const std::size_t count = m_count.load(std::memory_order_acquire);
     std::size_t offset = static_cast<std::size_t>(tail % m_capacity);
     std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
-    if (count == 0 && offset >= size) {
-        // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
+    // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
+    const bool restart = count == 0 && skip == 0 && offset >= size;
+    if (restart) {
         skip = m_capacity - offset;
     }
     // Acquire: the sender is done with what it released before the space is written again.
@@ -70,12 +71,16 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
         }
         return false;
     }
-    if (skip != 0) {
+    if (restart) {
+        // Said beside the ring rather than in it: once the head moves on, nothing keeps the
+        // ring's bytes at the old end from being written before the sender read them.
+        m_restartedAt.store(tail, std::memory_order_relaxed);
+    } else if (skip != 0) {
         const std::uint32_t wrap = 0;
         std::memcpy(&m_ring[offset], &wrap, sizeof wrap);
-        tail += skip;
-        offset = 0;
     }
+    tail += skip;
+    offset = skip != 0 ? 0 : offset;
     char* at = &m_ring[offset];
     std::memcpy(at, &header, sizeof header);
     at += sizeof header;
@@ -88,18 +93,27 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     // Sequentially consistent with sleepAfter: either the sender sees this record before it
     // sleeps, or this call sees it asleep. Only the record that ends its sleep pays for a wake-up.
     m_tail.store(tail + size, std::memory_order_seq_cst);
+    if (restart) {
+        // The skipped end of the ring is free as well: the sender had released everything before
+        // it, up to where the record went in (unless it has already released this record too).
+        Position released = tail - skip;
+        m_head.compare_exchange_strong(released, tail, std::memory_order_release, std::memory_order_relaxed);
+    }
     if (m_senderAsleep.exchange(false, std::memory_order_seq_cst)) {
         m_waiter.wake();
     }
     return true;
 }
 
-CRecordQueue::Position CRecordQueue::begin() const { return m_head.load(std::memory_order_relaxed); }
+CRecordQueue::Position CRecordQueue::begin() const { return m_head.load(std::memory_order_acquire); }
 
 CRecordQueue::Position CRecordQueue::end() const { return m_tail.load(std::memory_order_acquire); }
 
 void CRecordQueue::read(Position& position, CQueuedRecord& record) const
 {
+    if (position == m_restartedAt.load(std::memory_order_relaxed)) {
+        position += m_capacity - position % m_capacity;
+    }
     std::size_t offset = static_cast<std::size_t>(position % m_capacity);
     CEntryHeader header;
     std::memcpy(&header.size, &m_ring[offset], sizeof header.size);

@@ -65,9 +65,11 @@ private:
     const std::size_t m_capacity;  // the ring's size in bytes, a multiple of 8
     const std::unique_ptr<char[]> m_ring;  // records are written past m_tail, read before it
     CWaiter& m_waiter;
-    std::atomic<Position> m_head{0};  // written by the sender
+    std::atomic<Position> m_head{0};  // written by the sender, and by push when the queue was empty
     std::atomic<Position> m_tail{0};  // written by push
     std::atomic<std::size_t> m_count{0};
+    // Where push last went on at the ring's beginning because the queue was empty.
+    std::atomic<Position> m_restartedAt{~Position(0)};
     std::atomic<unsigned long long> m_dropped{0};  // since the sender last took it
     std::atomic<bool> m_senderAsleep{false};
     std::uint32_t m_sequence = 0;  // push's own: the last number given

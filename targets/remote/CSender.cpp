@@ -77,16 +77,16 @@ void CSender::retire(std::unique_ptr<CSender> sender)
             break;
         }
     }
+    // A fork child that never logged has no thread: nothing of its own to drain.
     if (sender->m_threadRunning) {
         ++draining;
+        pthread_detach(sender->m_thread);
+        CSender* const owned = sender.release();  // from now on, its thread's
+        // Under the lock: the thread may see the stop before the wake-up, but it deletes itself
+        // (and closes the descriptor the wake-up writes to) only after taking this lock.
+        owned->m_waiter.stopAt(Clock::now() + std::chrono::milliseconds(owned->m_settings.drainMs));
     }
     pthread_mutex_unlock(&sendersMutex);
-    if (!sender->m_threadRunning) {
-        return;  // a fork child that never logged: nothing of its own to drain
-    }
-    pthread_detach(sender->m_thread);
-    CSender* const owned = sender.release();  // from now on, its thread's
-    owned->m_waiter.stopAt(Clock::now() + std::chrono::milliseconds(owned->m_settings.drainMs));
 }
 
 void CSender::submit(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
@@ -116,6 +116,9 @@ void* CSender::threadMain(void* self)
     auto* sender = static_cast<CSender*>(self);
     // Delivers until retire() asked it to stop and the queue is drained or the drain-ms are up.
     sender->m_delivery->run();
+    // retire() wakes the thread under this lock: once the lock is had, it is done with the sender.
+    pthread_mutex_lock(&sendersMutex);
+    pthread_mutex_unlock(&sendersMutex);
     delete sender;
     pthread_mutex_lock(&sendersMutex);
     --draining;
