@@ -3,9 +3,7 @@
 // position (near 2047 in a 2048-byte buffer too), and the formats it leaves to vsnprintf.
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <gtest/gtest.h>
@@ -16,7 +14,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "core/printfFormat.h"
 #include "formatBoth.h"
 
 // The formats are built at run time; both formatters are handed exactly the arguments they name.
@@ -25,31 +22,23 @@
 
 namespace {
 
-std::string shown(const std::vector<char>& buffer)
-{
-    std::string text;
-    for (const char c : buffer) {
-        text += (c >= 0x20 && c < 0x7f) ? std::string(1, c) : "\\x" + std::to_string(static_cast<unsigned char>(c));
-    }
-    return text;
-}
-
 // Both into a buffer of `size` bytes followed by a guard: same result and every byte the same,
 // so a byte written past the cut shows too.
 template <typename... Args>
 ::testing::AssertionResult sameAsLibc(std::size_t size, const char* format, Args... args)
 {
     constexpr std::size_t GUARD = 8;
-    std::vector<char> expected(size + GUARD, '~');
-    std::vector<char> actual(size + GUARD, '~');
+    std::string expected(size + GUARD, '~');
+    std::string actual(size + GUARD, '~');
     const int expectedResult = libc(expected.data(), size, format, args...);
     const int actualResult = ours(actual.data(), size, format, args...);
     if (expectedResult == actualResult && expected == actual) {
         return ::testing::AssertionSuccess();
     }
-    return ::testing::AssertionFailure() << "\"" << format << "\" into " << size << " bytes: " << actualResult << " \""
-                                         << shown(actual) << "\", the C library: " << expectedResult << " \""
-                                         << shown(expected) << "\"";
+    using ::testing::PrintToString;
+    return ::testing::AssertionFailure() << PrintToString(format) << " into " << size << " bytes: " << actualResult
+                                         << " " << PrintToString(actual) << ", the C library: " << expectedResult << " "
+                                         << PrintToString(expected);
 }
 
 // One directive after its '*' arguments, if any.
@@ -163,8 +152,6 @@ TEST(PrintfFormatTest, CutsAtEveryPosition)
     EXPECT_TRUE(sameAsLibc(MESSAGE_BUFFER, "%4000d|%-3000s|", 1, "left"));
 }
 
-// A format that must go to vsnprintf whole: nothing of it may be taken for one of ours. And the C
-// library's answer to a null format, which its declaration forbids asking it.
 // The formatter reads texts in blocks that may go past their end, but never into the next page:
 // formats and strings that end at every position before an inaccessible page.
 TEST(PrintfFormatTest, NeverReadsIntoThePageAfterAText)
@@ -188,6 +175,8 @@ TEST(PrintfFormatTest, NeverReadsIntoThePageAfterAText)
     munmap(pages, 2 * page);
 }
 
+// A format that must go to vsnprintf whole: nothing of it may be taken for one of ours. And the C
+// library's answer to a null format, which its declaration forbids asking it.
 TEST(PrintfFormatTest, LeavesTheRestToVsnprintf)
 {
     for (const std::size_t size : {std::size_t{64}, std::size_t{4}}) {
