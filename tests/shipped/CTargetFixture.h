@@ -1,28 +1,25 @@
 // What the shipped targets' tests share: a container on a temporary directory that loads the
 // plug-ins through a configuration file, the captured syslog, the idle check of a thread, fork
-// children, and the counters the control target reports.
+// children, and the counters the control target reports to vexlorctl's client.
 #pragma once
 
 #include <chrono>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <iostream>
 #include <gtest/gtest.h>
 #include <map>
-#include <sstream>
 #include <string>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <vector>
 #include <unistd.h>
 
+#include "CControlClient.h"
 #include "CSyslogCapture.h"
 #include "CTempDir.h"
-#include "controlProtocol.h"
+#include "programView.h"
 #include "runInChild.h"
-#include "unixSockets.h"
 #include "container/CLogTargetContainer.h"
 #include "waitUntil.h"
 
@@ -60,56 +57,16 @@ const std::string CONTROL_LINE = "target = " VEXLOR_TEST_TARGET_CONTROL "\n";
 
 using CCounters = std::map<std::string, unsigned long long>;
 
-// What this process's control target reports for the target `name`, as vexlorctl stats asks it:
-// each counter by its name ("written", "lost", ...).
-// This process's control target, at its plain name or at the fallback name it took because a test
-// running beside this one squats the plain names of coming pids; -1 when none answers as this process.
-inline int connectToOwnControl()
-{
-    std::vector<std::string> names{vexlor_control::primaryName(getpid())};
-    for (const CUnixSocket& bound : boundAbstractSockets()) {
-        if (bound.listening && vexlor_control::pidOfName(bound.name) == getpid()) {
-            names.push_back(bound.name);
-        }
-    }
-    for (const std::string& name : names) {
-        // Not blocking while connecting: a squatter that accepts nothing fills its backlog.
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        sockaddr_un address;
-        const socklen_t length = vexlor_control::socketAddress(name, address);
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        if (connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-            getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid == getpid() &&
-            fcntl(fd, F_SETFL, 0) == 0) {
-            return fd;
-        }
-        close(fd);
-    }
-    return -1;
-}
-
+// What this process's control target reports for the target `name`, asked as vexlorctl stats asks
+// it: each counter by its name ("written", "lost", ...).
 inline CCounters statsOf(const std::string& name)
 {
-    const int fd = connectToOwnControl();
-    std::string answer;
-    char buffer[4096];
-    if (fd >= 0 && send(fd, "stats\n", 6, MSG_NOSIGNAL) == 6) {
-        for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
-            answer.append(buffer, static_cast<std::size_t>(n));
+    for (const CTargetRow& row : targetRows(askProcess(getpid(), {"stats"}).lines)) {
+        if (row.name == name) {
+            return CCounters(row.counters.begin(), row.counters.end());
         }
     }
-    close(fd);
-    CCounters counters;
-    std::istringstream lines(answer);
-    for (std::string line; std::getline(lines, line);) {
-        const std::vector<std::string> fields = vexlor_control::splitFields(line);
-        const bool wanted = fields.size() > 4 && fields[0] == "target" && fields[1] == name;
-        for (std::size_t i = 4; wanted && i + 1 < fields.size(); i += 2) {
-            counters[fields[i]] = std::stoull(fields[i + 1]);
-        }
-    }
-    return counters;
+    return {};
 }
 
 // `plugin` written another way for each `variant` > 0: the container loads one library path once,
