@@ -3,7 +3,6 @@
 // look-ups show through these.)
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
 #include <syslog.h>
 #include <unistd.h>
@@ -28,8 +27,6 @@ bool isOpen(const std::string& path)
     void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
     return handle != nullptr && dlclose(handle) == 0;
 }
-
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
 // The recorded calls other than records and factory look-ups, as "<kind>[:<target>]"; the
 // recorder is cleared.
@@ -147,15 +144,9 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
         takeEvents());
     // Each failure is reported as an error naming its library: a failed load twice (the loader and
     // the container), a missing factory twice (the symbol and the container).
-    std::map<std::string, int> errors;
-    for (const CSyslogMessage& message : m_syslog.messages()) {
-        for (const std::string& path : {missing, noFactory, nullFactory, m_rec, m_twin}) {
-            errors[path] += message.priority == LOG_ERR && message.text.find(quoted(path)) != std::string::npos ? 1 : 0;
-        }
-    }
-    EXPECT_EQ((std::map<std::string, int>{{missing, 2}, {noFactory, 2}, {nullFactory, 1}, {m_rec, 1}, {m_twin, 1}}),
-              errors);
-    for (const std::string& path : {noFactory, nullFactory, m_rec, m_twin}) {
+    for (const auto& [path, errors] :
+         {std::pair(missing, 2), {noFactory, 2}, {nullFactory, 1}, {m_rec, 1}, {m_twin, 1}}) {
+        EXPECT_EQ(errors, m_syslog.countContaining("\"" + path + "\"", LOG_ERR)) << path;
         EXPECT_FALSE(isOpen(path)) << path;
     }
 }

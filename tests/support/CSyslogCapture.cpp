@@ -106,9 +106,11 @@ int CSyslogCapture::countStarting(const std::string& prefix, int priority) const
     return countWhere([&](const CSyslogMessage& m) { return m.text.rfind(prefix, 0) == 0 && m.priority == priority; });
 }
 
-int CSyslogCapture::countContaining(const std::string& fragment) const
+int CSyslogCapture::countContaining(const std::string& fragment, int priority) const
 {
-    return countWhere([&](const CSyslogMessage& m) { return m.text.find(fragment) != std::string::npos; });
+    return countWhere([&](const CSyslogMessage& m) {
+        return m.text.find(fragment) != std::string::npos && (priority < 0 || m.priority == priority);
+    });
 }
 
 bool CSyslogCapture::waitFor(const std::string& text, std::chrono::seconds timeout) const

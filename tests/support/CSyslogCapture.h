@@ -36,7 +36,7 @@ public:
     // How many messages at this priority start with `prefix`: enough where a test needs to know
     // only that a failure was reported, not its whole text.
     int countStarting(const std::string& prefix, int priority) const;
-    int countContaining(const std::string& fragment) const;
+    int countContaining(const std::string& fragment, int priority = -1) const;
     // Waits until a message with this text arrived (for messages of other threads).
     bool waitFor(const std::string& text, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
     void clear();
