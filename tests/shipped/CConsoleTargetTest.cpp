@@ -85,9 +85,7 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
             }
             read("");
         }
-        EXPECT_EQ(c.coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0]))
-            << c.parameters << " TERM=" << (c.term ? c.term : "(unset)")
-            << " NO_COLOR=" << (c.noColor ? c.noColor : "(unset)") << (c.terminal ? " terminal" : " pipe");
+        EXPECT_EQ(c.coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0])) << "case " << &c - cases;
         close(fds[0]);
         close(fds[1]);
     }
@@ -99,8 +97,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
 {
     ASSERT_NE(SIG_ERR, std::signal(SIGPIPE, SIG_DFL));  // as in a program that never touched it
     const std::string who = "console target \"console\" (stderr)";
-    const std::string started =
-        who + ": write failed: Broken pipe; records are lost until it works again (retried once a second)";
+    const std::string started = who + ": write failed: Broken pipe; records are lost until it works again";
     int closed[2];
     int working[2];
     ASSERT_EQ(0, pipe(closed));
@@ -112,7 +109,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         for (int i = 0; i < 3; ++i) {
             log(VX_ERR, "lost");
         }
-        EXPECT_EQ(1, m_syslog.count(started, LOG_ERR));
+        EXPECT_EQ(1, m_syslog.countStarting(started, LOG_ERR));
 
         // A program that blocks SIGPIPE itself must not find one pending afterwards.
         sigset_t pipeSignal;
@@ -129,8 +126,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         dup2(working[1], STDERR_FILENO);  // a reader again
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
         log(VX_ERR, "delivered");
-        EXPECT_TRUE(
-            m_syslog.contains(who + ": works again; 4 records were lost (write failed: Broken pipe)", LOG_WARNING));
+        EXPECT_EQ(1, m_syslog.countStarting(who + ": works again; 4 records were lost", LOG_WARNING));
 
         dup2(closed[1], STDERR_FILENO);
         log(VX_ERR, "lost");
@@ -139,9 +135,8 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         read("");
     }
     EXPECT_EQ("delivered\n", drain(working[0]));
-    EXPECT_EQ(2, m_syslog.count(started, LOG_ERR));
-    EXPECT_TRUE(
-        m_syslog.contains(who + ": 2 records lost (write failed: Broken pipe) until the target was unloaded", LOG_ERR));
+    EXPECT_EQ(2, m_syslog.countStarting(started, LOG_ERR));
+    EXPECT_EQ(1, m_syslog.countStarting(who + ": 2 records lost", LOG_ERR));
 }
 
 }  // namespace

@@ -92,9 +92,7 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
         mounts.tmpfs("/run", "1m");
         std::filesystem::create_directories("/run/systemd/journal");
         read("target = " VEXLOR_TEST_TARGET_JOURNAL "\n");
-        EXPECT_EQ(1,
-                  m_syslog.countContaining("no journal at /run/systemd/journal/socket - No such file or directory "
-                                           "(is systemd-journald running?)"));
+        EXPECT_EQ(1, m_syslog.countContaining("no journal at /run/systemd/journal/socket - No such file"));
 
         vexlor_get_application_name();  // the control target's answers start the library's own instance
         const auto before = descriptorsAndThreads();
@@ -149,12 +147,9 @@ TEST_F(CJournalTargetTest, SendsEveryFieldCountsWhatTheJournalDidNotTakeAndRefus
             journal = gone ? journalStandIn() : journal;
             log(VX_ERR, "after");
             EXPECT_EQ(1u, drain(journal));
+            EXPECT_EQ(1, m_syslog.countStarting(who + "send failed: " + reason + "; records are lost", LOG_ERR));
             EXPECT_EQ(1,
-                      m_syslog.count(who + "send failed: " + reason +
-                                     "; records are lost until it works again (tried again with every record)"));
-            EXPECT_EQ(1,
-                      m_syslog.count(who + "works again; " + std::to_string(2000 - taken) +
-                                     " records were lost (send failed: " + reason + ")"));
+                      m_syslog.countStarting(who + "works again; " + std::to_string(2000 - taken) + " ", LOG_WARNING));
         }
         EXPECT_EQ(counted, statsOf("j"));
         read("");

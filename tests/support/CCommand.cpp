@@ -1,15 +1,17 @@
 // fork/exec with the emulator prefix of a cross build, and bounded waits.
 #include "CCommand.h"
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
+#include <iterator>
 #include <sstream>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+
+#include "CTempDir.h"
+#include "waitUntil.h"
 
 namespace {
 
@@ -27,11 +29,8 @@ pid_t start(const std::vector<std::string>& argv, int in, int out, int err, int 
     if (asUid >= 0 && (setgroups(0, nullptr) != 0 || setgid(asUid) != 0 || setuid(asUid) != 0)) {
         _exit(126);
     }
-    std::vector<std::string> words;
     std::istringstream emulator(VEXLOR_TEST_EMULATOR_COMMAND);
-    for (std::string word; emulator >> word;) {
-        words.push_back(word);
-    }
+    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
     words.insert(words.end(), argv.begin(), argv.end());
     std::vector<char*> args;
     for (std::string& word : words) {
@@ -45,22 +44,16 @@ pid_t start(const std::vector<std::string>& argv, int in, int out, int err, int 
 int reap(pid_t pid)
 {
     int status = 0;
-    for (int waited = 0; waitpid(pid, &status, WNOHANG) == 0; ++waited) {
-        if (waited == 30000) {
-            kill(pid, SIGKILL);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) != 0; }, std::chrono::seconds(60))) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::string contentOf(FILE* file)
 {
-    std::string text;
-    std::rewind(file);
-    for (int c; (c = std::fgetc(file)) != EOF;) {
-        text += static_cast<char>(c);
-    }
+    const std::string text = readFile("/proc/self/fd/" + std::to_string(fileno(file)));
     std::fclose(file);
     return text;
 }
