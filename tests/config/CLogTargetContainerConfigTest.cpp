@@ -1,7 +1,6 @@
 // A container on a temporary configuration directory: what one read applies, and the worker
 // thread with real inotify (re-reads, the watch moving to the application's file, set-up
 // failures, the end of the worker).
-#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -23,11 +22,11 @@ namespace {
 
 // The fixture is the container's component sink: it records every level set and refuses the
 // name "refused".
-class CContainerTest : public ::testing::Test, public IComponentCfgUpdateSink {
+class CLogTargetContainerConfigTest : public ::testing::Test, public IComponentCfgUpdateSink {
 protected:
     using Levels = std::vector<std::pair<std::string, std::string>>;
 
-    CContainerTest() { CRecorder::instance().clear(); }
+    CLogTargetContainerConfigTest() { CRecorder::instance().clear(); }
 
     int updateComponentLevel(const std::string& name, const std::string& bits) override
     {
@@ -46,9 +45,6 @@ protected:
     Levels m_levels;
 };
 
-using CLogTargetContainerConfigTest = CContainerTest;
-using CLogTargetContainerWatcherTest = CContainerTest;
-
 // A component line has exactly two elements, with the blanks inside the bits dropped; keys are
 // exact. A read that fails part-way keeps what it applied before.
 TEST_F(CLogTargetContainerConfigTest, AppliesComponentLinesUntilALineFails)
@@ -65,7 +61,6 @@ TEST_F(CLogTargetContainerConfigTest, AppliesComponentLinesUntilALineFails)
 }
 
 const std::string CHANGED = "logtarget-container: vexlor configfile changed, triggering re-read.";
-const std::string IGNORED = "logtarget-container: got an inotify-event with IN_IGNORED set";
 const std::string NO_WORKER = "logtarget-container: unable to initialize event-handling";
 
 int openDescriptors()
@@ -73,7 +68,7 @@ int openDescriptors()
     return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTheApplicationFile)
+TEST_F(CLogTargetContainerConfigTest, WatcherRereadsTheWatchedFileAndMovesTheWatchToTheApplicationFile)
 {
     const int descriptors = openDescriptors();
     const std::string defaultFile = m_dir.write("vexlor.cfg", targetLine(testpaths::recorder(), "name=a"));
@@ -94,7 +89,7 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
 
     // The watch moves to the application's file.
     container->setAppname("player");
-    ASSERT_TRUE(waitUntil([&] { return m_syslog.countStarting(IGNORED, LOG_DEBUG) == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return m_syslog.countContaining("with IN_IGNORED set", LOG_DEBUG) == 1; }));
     writeFile(appFile, targetLine(testpaths::recorderTwin(), "name=p") + targetLine(testpaths::recorder(), "name=q"));
     ASSERT_TRUE(waitUntil([] { return loaded("q"); }));
     EXPECT_EQ(2, m_syslog.count(CHANGED));
@@ -110,7 +105,7 @@ TEST_F(CLogTargetContainerWatcherTest, RereadsTheWatchedFileAndMovesTheWatchToTh
 // Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
 // one end of the pipe; four are enough): the first read stays in force, nothing stays open. A
 // missing default file cannot be watched, and then a new name cannot be passed on either.
-TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
+TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescriptor)
 {
 #ifndef __SANITIZE_ADDRESS__  // its runtime checks memory through a pipe of its own, which the limit denies
     m_dir.write("vexlor.cfg", "component = net,1\n");
@@ -129,9 +124,7 @@ TEST_F(CLogTargetContainerWatcherTest, FailedSetUpLeavesNoWorkerAndNoDescriptor)
         rlimit limited = saved;
         limited.rlim_cur = limitFor(slots);
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
-        {
-            const CLogTargetContainer container(m_dir.path(), true, this);
-        }
+        CLogTargetContainer(m_dir.path(), true, this);  // made and ended at once
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
         EXPECT_EQ(descriptors, openDescriptors()) << slots;
     }

@@ -82,13 +82,17 @@ TEST_F(CLogTargetContainerTest, ReachesEveryTargetInByteWiseNameOrder)
     EXPECT_EQ("Bab", records[0].target + records[1].target + records[2].target);
 }
 
+// An empty path (a value whose items are all empty) fails like any library that cannot be
+// opened: opened, it would be the main program, and its global scope would hand out the factory
+// of a plug-in loaded before, under a module that does not own it.
 TEST_F(CLogTargetContainerTest, KeepsLoadedTargetsAcrossReadsAndUnloadsThoseNoLongerNamed)
 {
     // The recorder's path twice: loaded once, the second line only marks it.
     const std::string b = targetLine(m_twin, "name=b");
     const std::string config = targetLine(m_rec, "name=a") + targetLine(m_rec, "name=x, k=1") + b;
-    read(config);
+    read(config + "target = ,\n");
     EXPECT_EQ((Lines{"init", "created:a", "init", "created:b", "syslog?:a", "syslog?:b"}), takeEvents());
+    EXPECT_EQ(1, m_syslog.countStarting("Unable to open shared library \"\"", LOG_ERR));
 
     // Unchanged, or with new parameters for a loaded library: each kept target is only asked.
     for (const std::string& again : {config, targetLine(m_rec, "name=a, k=2") + b}) {
@@ -98,6 +102,7 @@ TEST_F(CLogTargetContainerTest, KeepsLoadedTargetsAcrossReadsAndUnloadsThoseNoLo
     read(b);
     EXPECT_EQ((Lines{"destroyed:a", "done", "syslog?:b"}), takeEvents());
     EXPECT_FALSE(isOpen(m_rec));
+    m_container->log(1, 0, 0, 0, VX_INFO, "t", "c", "", "to b");  // never to the unloaded a
 
     // Named again: a new target with the new parameters.
     read(targetLine(m_rec, "name=a, k=2") + b);
@@ -149,20 +154,6 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
         EXPECT_EQ(errors, m_syslog.countContaining("\"" + path + "\"", LOG_ERR)) << path;
         EXPECT_FALSE(isOpen(path)) << path;
     }
-}
-
-// An empty path (a value whose items are all empty) fails like any library that cannot be
-// opened: opened, it would be the main program, and its global scope would hand out the factory
-// of a plug-in loaded before, under a module that does not own it.
-TEST_F(CLogTargetContainerTest, EmptyLibraryPathFailsToLoadLikeAMissingLibrary)
-{
-    read(targetLine(m_rec, "name=a") + "target = ,\n");
-    EXPECT_EQ((Lines{"init", "created:a", "syslog?:a"}), takeEvents());
-    EXPECT_EQ(1, m_syslog.countStarting("Unable to open shared library \"\"", LOG_ERR));
-    read("target = ,\n");
-    EXPECT_EQ((Lines{"destroyed:a", "done"}), takeEvents());
-    m_container->log(1, 0, 0, 0, VX_INFO, "t", "c", "", "nowhere");  // nothing left to call
-    EXPECT_FALSE(isOpen(m_rec));
 }
 
 // Without a factory a target cannot be handed back (it stays allocated on purpose), but its

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <syslog.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "CTargetFixture.h"
@@ -50,13 +51,8 @@ std::string drain(int fd)
 // level its colour; standard error unless stream=stdout.
 TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
 {
-    struct {
-        const char* parameters;
-        const char* term;  // null: unset
-        const char* noColor;  // null: unset
-        bool terminal;
-        bool coloured;
-    } const cases[] = {
+    // The parameters, TERM and NO_COLOR (null: unset), a terminal or a pipe, and coloured or not.
+    const std::tuple<const char*, const char*, const char*, bool, bool> cases[] = {
         {"", "xterm", nullptr, true, true},
         {"", "xterm", "", true, true},
         {"", "xterm", "1", true, false},
@@ -70,22 +66,23 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
     const std::string colours = "\033[1;31m0\033[0m\n\033[1;31m2\033[0m\n\033[31m3\033[0m\n\033[33m4\033[0m\n"
                                 "\033[1m5\033[0m\n6\n\033[2m7\033[0m\n\033[36m8\033[0m\n";
     for (const auto& c : cases) {
-        c.term != nullptr ? setenv("TERM", c.term, 1) : unsetenv("TERM");
-        c.noColor != nullptr ? setenv("NO_COLOR", c.noColor, 1) : unsetenv("NO_COLOR");
+        const auto& [parameters, term, noColor, terminal, coloured] = c;
+        term != nullptr ? setenv("TERM", term, 1) : unsetenv("TERM");
+        noColor != nullptr ? setenv("NO_COLOR", noColor, 1) : unsetenv("NO_COLOR");
         int fds[2];  // reading side, writing side
         termios raw{};
         cfmakeraw(&raw);  // no carriage return added to the line feed
-        ASSERT_EQ(0, c.terminal ? openpty(&fds[0], &fds[1], nullptr, &raw, nullptr) : pipe(fds));
+        ASSERT_EQ(0, terminal ? openpty(&fds[0], &fds[1], nullptr, &raw, nullptr) : pipe(fds));
         {
-            CRedirect redirect(std::strstr(c.parameters, "stdout") ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
-            read(TARGET + ", pattern=%L, levels=0 2-8, " + c.parameters + "\n");
+            CRedirect redirect(std::strstr(parameters, "stdout") ? STDOUT_FILENO : STDERR_FILENO, fds[1]);
+            read(TARGET + ", pattern=%L, levels=0 2-8, " + parameters + "\n");
             for (vexlor_level* level :
                  {VX_EMERG, VX_ALERT, VX_CRIT, VX_ERR, VX_WARN, VX_NOTICE, VX_INFO, VX_DEBUG, VX_ENTERLEAVE}) {
                 log(level, "");
             }
             read("");
         }
-        EXPECT_EQ(c.coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0])) << "case " << &c - cases;
+        EXPECT_EQ(coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0])) << "case " << &c - cases;
         close(fds[0]);
         close(fds[1]);
     }

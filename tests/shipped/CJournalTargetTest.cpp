@@ -1,6 +1,7 @@
 // The journal target writing to a journald stand-in that parses the native protocol: refusal
 // without a journal, every field, and the records of a journal that stopped reading or whose
 // socket went away counted exactly (in vexlorctl stats too), without a log call held up.
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -53,13 +54,13 @@ int journalStandIn()
     return fd;
 }
 
-// The entries of the next `count` datagrams (one record each: the records here are small); a
-// hang guard ends the wait early.
-std::vector<CJournalEntry> receive(int fd, std::size_t count)
+// The entries of the next `count` datagrams (one record each: the records here are small), waiting
+// up to `waitMs` for each (a hang guard); with no wait, the entries in the queue now.
+std::vector<CJournalEntry> receive(int fd, std::size_t count, int waitMs = 10000)
 {
     std::vector<CJournalEntry> entries;
     char buffer[65536];
-    for (pollfd readable{fd, POLLIN, 0}; entries.size() < count && poll(&readable, 1, 10000) > 0;) {
+    for (pollfd readable{fd, POLLIN, 0}; entries.size() < count && poll(&readable, 1, waitMs) > 0;) {
         const ssize_t got = recv(fd, buffer, sizeof buffer, 0);
         entries.push_back(parseEntry(std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(got, 0)))));
     }
@@ -67,14 +68,7 @@ std::vector<CJournalEntry> receive(int fd, std::size_t count)
 }
 
 // How many datagrams wait in the stand-in's queue; reads them all.
-std::size_t drain(int fd)
-{
-    std::size_t count = 0;
-    for (char buffer[65536]; recv(fd, buffer, sizeof buffer, MSG_DONTWAIT) >= 0;) {
-        ++count;
-    }
-    return count;
-}
+std::size_t drain(int fd) { return receive(fd, SIZE_MAX, 0).size(); }
 
 using CJournalTargetTest = CTargetFixture;
 

@@ -60,11 +60,7 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
     for (const auto& [line, parameter] : cases) {
         m_syslog.clear();
         read("target = " + line + "\n");
-        int refusals = 0;
-        for (const CSyslogMessage& message : m_syslog.messages()) {
-            refusals += message.priority == LOG_ERR && message.text.find(parameter) != std::string::npos;
-        }
-        EXPECT_EQ(1, refusals) << line;
+        EXPECT_EQ(1, m_syslog.countContaining(parameter, LOG_ERR)) << line;
         EXPECT_EQ(1, m_syslog.countContaining("Unable to create LogTarget")) << line;
     }
     close(reader);
