@@ -1,13 +1,13 @@
 // The recorder target through the container, its rings read back with vexlorctl's reader: what a
-// record keeps, a ring smaller than what is logged, a full file system, fork children, keep=,
-// rings of earlier processes and boots, and one ring format on every architecture.
+// record keeps, a full file system, fork children and keep=, rings of earlier processes, a ring
+// smaller than what is logged, damaged records, and one ring format on every architecture.
 #include <set>
 #include <syslog.h>
 #include <tuple>
 
+#include "COtherUser.h"
 #include "CPrivateMounts.h"
 #include "CTargetFixture.h"
-#include "crc32c.h"
 #include "ringFormat.h"
 #include "ringReader.h"
 
@@ -32,30 +32,11 @@ protected:
         EXPECT_TRUE(readRingFile(m_rings + "/" + name, found, error)) << error;
         return found;
     }
-    std::set<std::string> files() const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(m_rings)) {
-            names.insert(entry.path().filename());
-        }
-        return names;
-    }
-    // A ring of this program made and left by a fork child, as a crashed process leaves it.
-    void endedRing(int records)
-    {
-        EXPECT_EQ(0, runInChild([&] {
-                      load(", keep=10");
-                      for (int i = 0; i < records; ++i) {
-                          log(VX_INFO, "child");
-                      }
-                      return 0;
-                  }));
-    }
 
     const std::string m_rings = m_dir.file("rings");
 };
 
-TEST_F(CRecorderTargetTest, KeepsEveryValueOfTheRecordsItsLevelsTake)
+TEST_F(CRecorderTargetTest, KeepsEveryValueOfTheRecordsItsLevelsTakeAndOutlivesTheTarget)
 {
     load(", levels=emerg-info");
     m_container.log(7, 3, SECONDS, 123456, VX_WARN, "worker", "net", "connect", "link down");
@@ -76,22 +57,12 @@ TEST_F(CRecorderTargetTest, KeepsEveryValueOfTheRecordsItsLevelsTake)
               std::make_tuple(std::filesystem::status(m_rings + "/" + own()).permissions(),
                               std::filesystem::status(m_rings).permissions(),
                               std::filesystem::file_size(m_rings + "/" + own())));
-    read("");  // unloaded: the ring stays
-    EXPECT_EQ(2u, ringOf(own()).records.size());
-}
-
-TEST_F(CRecorderTargetTest, HoldsExactlyTheNewestRecordsThatFit)
-{
+    // Unloaded, the ring stays; a new ring of the same pid (a pid seen again after a reboot, with
+    // dir= on flash) puts it aside.
+    read("");
     load("");
-    for (int i = 0; i < 1000; ++i) {
-        log(VX_INFO, "record " + std::to_string(1000 + i));  // 74 bytes each, 80 with padding
-    }
-    const CRing found = ringOf(own());
-    const std::size_t fit = (16384 - ring::HEADER_SIZE) / 80;
-    ASSERT_EQ(fit, found.records.size());
-    EXPECT_EQ(
-        std::make_tuple(1000u - fit, 0ull, 1000ull, std::string("record 1999")),
-        std::make_tuple(found.overwritten, found.skipped, found.records.back().sequence, found.records.back().message));
+    EXPECT_EQ(2u, ringOf(own().substr(0, own().size() - 5) + ".1.ring").records.size());
+    EXPECT_TRUE(ringOf(own()).records.empty());
 }
 
 TEST_F(CRecorderTargetTest, FullFileSystemRefusesCreationOnce)
@@ -107,84 +78,44 @@ TEST_F(CRecorderTargetTest, FullFileSystemRefusesCreationOnce)
     EXPECT_EQ(1,
               m_syslog.countContaining("recorder target \"black-box\": cannot allocate 16384 bytes for " + m_rings +
                                        "/" + own() + ": No space left on device"));
-    EXPECT_TRUE(files().empty());  // nothing half made left behind
+    EXPECT_TRUE(std::filesystem::is_empty(m_rings));  // nothing half made left behind
 }
 
-TEST_F(CRecorderTargetTest, ForkChildWritesARingOfItsOwn)
+// Each fork child's first record makes a ring of its own, and with it keep=3 prunes: the ring
+// being made and those of live processes stay, then the newest ended ones up to three.
+TEST_F(CRecorderTargetTest, ForkChildrenWriteRingsOfTheirOwnAndKeepPrunesOnlyEndedOnes)
 {
-    load("");
-    log(VX_INFO, "parent 1");
-    EXPECT_EQ(0, runInChild([&] {
-                  log(VX_INFO, "child 1");
-                  log(VX_INFO, "child 2");
-                  return 0;
-              }));
-    log(VX_INFO, "parent 2");
-    std::set<std::string> names = files();
-    ASSERT_EQ(1u, names.erase(own()));
-    ASSERT_EQ(1u, names.size());
-    const CRing parent = ringOf(own());
-    const CRing forked = ringOf(*names.begin());
-    ASSERT_EQ(std::make_tuple(2u, 2u), std::make_tuple(parent.records.size(), forked.records.size()));
-    EXPECT_EQ("parent 2", parent.records[1].message);
-    EXPECT_EQ(std::make_tuple(own(forked.header.pid), 2ull, std::string("child 2")),
-              std::make_tuple(*names.begin(), forked.records[1].sequence, forked.records[1].message));
-}
-
-// keep=3: the new ring, a live one of another process with the same name, and the newest ended
-// one stay; older ended ones go.
-TEST_F(CRecorderTargetTest, KeepPrunesOnlyTheOldestRingsOfEndedProcesses)
-{
-    endedRing(1);
-    endedRing(2);
-    int ready[2];
-    ASSERT_EQ(0, pipe(ready));
-    const pid_t live = fork();
-    if (live == 0) {
-        load(", keep=10");
-        _exit(write(ready[1], "r", 1) == 1 && pause() ? 0 : 1);  // lives until killed
-    }
-    char c;
-    ASSERT_EQ(1, ::read(ready[0], &c, 1));
-    endedRing(3);
-    EXPECT_EQ(4u, files().size());
     load(", keep=3");
-    std::set<std::string> left;
-    for (const std::string& name : files()) {
-        const CRing found = ringOf(name);
-        left.insert(name == own() ? "new" : found.header.pid == live ? "live" : std::to_string(found.records.size()));
+    log(VX_INFO, "parent 1");
+    const auto ended = [&](int child) {
+        EXPECT_EQ(0, runInChild([&] {
+                      log(VX_INFO, "child " + std::to_string(child));
+                      return 0;
+                  }));
+    };
+    ended(1);
+    ended(2);
+    const COtherUser live(static_cast<int>(getuid()), [&](auto ready) {
+        log(VX_INFO, "live");
+        ready();
+        pause();
+    });
+    ASSERT_TRUE(live.ready());
+    ended(3);
+    log(VX_INFO, "parent 2");
+    std::set<std::string> left;  // each ring's newest record and its sequence number
+    for (const auto& entry : std::filesystem::directory_iterator(m_rings)) {
+        const CRing found = ringOf(entry.path().filename());
+        EXPECT_EQ(own(found.header.pid), entry.path().filename());
+        left.insert(found.records.back().message + " #" + std::to_string(found.records.back().sequence));
     }
-    EXPECT_EQ(std::set<std::string>({"new", "live", "3"}), left);
-    kill(live, SIGKILL);
-    waitpid(live, nullptr, 0);
+    EXPECT_EQ(std::set<std::string>({"parent 2 #2", "live #1", "child 3 #1"}), left);
 }
 
-// A file of this pid from an earlier boot (on flash, pids repeat) is kept under another name.
-TEST_F(CRecorderTargetTest, KeepsARingOfTheSamePidFromAnEarlierBoot)
+TEST_F(CRecorderTargetTest, RefusesBadParametersAndRemovesTheRingOnUnloadWhenAsked)
 {
-    endedRing(5);
-    const std::string earlier = m_rings + "/" + *files().begin();
-    std::string bytes = readFile(earlier);
-    auto* header = reinterpret_cast<unsigned char*>(&bytes[0]);
-    header[ring::header::BOOT_ID] ^= 1;
-    ring::store<std::int32_t>(header + ring::header::PID, getpid());
-    ring::store<std::uint32_t>(header + ring::header::HEADER_CHECKSUM,
-                               ring::crc32c(header, ring::header::HEADER_CHECKSUM));
-    writeFile(m_rings + "/" + own(), bytes);
-    std::filesystem::remove(earlier);
-    load("");
-    const CRing kept = ringOf(own().substr(0, own().size() - 5) + ".1.ring");
-    EXPECT_TRUE(kept.header.bootId != currentBootId() && kept.records.size() == 5u);
-    EXPECT_TRUE(ringOf(own()).records.empty());
-}
-
-TEST_F(CRecorderTargetTest, RefusesBadParametersAndOtherUsersDirectories)
-{
-    std::filesystem::create_directory(m_dir.file("theirs"));
-    ASSERT_EQ(0, chown(m_dir.file("theirs").c_str(), 65534, 65534));
-    for (const std::string& parameters :
-         std::vector<std::string>{", size=8K", ", size=1G", ", keep=0", ", remove-on-unload=yes", ", dir=relative",
-                                  ", dir=" + m_dir.file("theirs")}) {
+    for (const std::string parameters :
+         {", size=8K", ", size=1G", ", keep=0", ", remove-on-unload=yes", ", dir=relative"}) {
         m_syslog.clear();
         read("target = " VEXLOR_TEST_TARGET_RECORDER + parameters + ", dir=" + m_rings + "\n");  // the first wins
         EXPECT_EQ(1, m_syslog.countStarting("recorder target \"recorder\": ", LOG_ERR)) << parameters;
@@ -192,24 +123,41 @@ TEST_F(CRecorderTargetTest, RefusesBadParametersAndOtherUsersDirectories)
     load(", remove-on-unload=1");
     log(VX_INFO, "gone with the target");
     read("");
-    EXPECT_TRUE(files().empty());
+    EXPECT_TRUE(std::filesystem::is_empty(m_rings));
 }
 
-// The record bytes are the same whatever the machine that writes them: this ring was written by
-// this test on armhf (under qemu), and every build writes it again byte for byte (vexlorctl reads
-// it in recorderCrashTest).
-TEST_F(CRecorderTargetTest, WritesTheSameBytesOnEveryArchitecture)
+// Records of many sizes lap the ring many times. The record bytes are the same whatever the machine
+// that writes them: this ring was written by this test on armhf (under qemu), and every build
+// writes it again byte for byte (vexlorctl reads it in recorderCrashTest).
+TEST_F(CRecorderTargetTest, HoldsTheNewestRecordsInTheSameBytesOnEveryArchitectureAndSkipsDamagedOnes)
 {
     load(", application-name=golden");
-    for (int i = 0; i < 1000; ++i) {  // records of many sizes: each lap ends at another place
+    const auto text = [](int i) {
+        return "message " + std::to_string(i) + std::string(i % 25 == 24 ? 500 : i * 7 % 13, '.');
+    };
+    for (int i = 0; i < 1000; ++i) {
         m_container.log(4242, i % 4, SECONDS + i, i * 1000, i % 3 == 0 ? VX_ERR : VX_DEBUG,
-                        "thread " + std::to_string(i % 2), "net", i % 4 ? "poll" : "",
-                        "message " + std::to_string(i) + std::string(i % 25 == 24 ? 500 : i * 7 % 13, '.'));
+                        "thread " + std::to_string(i % 2), "net", i % 4 ? "poll" : "", text(i));
     }
+    const std::string name = "golden." + std::to_string(getpid()) + ".ring";
+    const CRing found = ringOf(name);
+    EXPECT_EQ(std::make_tuple(1000ull, 0ull, text(999)),
+              std::make_tuple(found.overwritten + found.records.size(), found.skipped, found.records.back().message));
     const std::string expected = readFile(VEXLOR_TEST_SOURCE_DIR "/data/recorder-armhf.ring");
-    const std::string actual = readFile(m_rings + "/golden." + std::to_string(getpid()) + ".ring");
+    const std::string actual = readFile(m_rings + "/" + name);
     ASSERT_EQ(16384u, expected.size());
     EXPECT_TRUE(expected.compare(ring::HEADER_SIZE, std::string::npos, actual, ring::HEADER_SIZE) == 0);
+
+    // A byte changed in each of two records held: both are skipped and counted, nothing else.
+    std::string bytes = actual;
+    for (const int i : {900, 990}) {
+        bytes[bytes.find(text(i))] ^= 1;
+    }
+    CRing damaged;
+    std::string error;
+    ASSERT_TRUE(parseRing(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), damaged, error));
+    EXPECT_EQ(std::make_tuple(found.records.size() - 2, 2ull, found.overwritten),
+              std::make_tuple(damaged.records.size(), damaged.skipped, damaged.overwritten));
 }
 
 }  // namespace

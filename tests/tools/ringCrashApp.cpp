@@ -31,18 +31,15 @@ int main(int, char** argv)
             if (thread == 0 && n == 1000) {
                 std::puts("ready");
                 std::fflush(stdout);
+                if (how == "exit") {
+                    std::thread([] {
+                        usleep(20000);
+                        _exit(3);
+                    }).detach();
+                }
             }
         }
     };
     std::thread other(work, 1);
-    if (how == "exit") {
-        std::thread([&] {
-            while (started[0].load(std::memory_order_relaxed) <= 1000) {
-                usleep(1000);  // after "ready", however slowly a loaded machine gets there
-            }
-            usleep(20000);
-            _exit(3);
-        }).detach();
-    }
     work(0);
 }
