@@ -94,69 +94,47 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
         EXPECT_THAT(result.out, HasSubstr(each.expected)) << each.kind;
         EXPECT_THAT(result.out, HasSubstr("Edit in place so that running programs read the file again")) << each.kind;
     }
-}
-
-TEST_F(VexlorCheckTest, InstallWritesInPlaceAndRefusesAFileWithErrorsOrNoFile)
-{
-    CTempDir dir;
     const CCommandResult missing = runCommand({VEXLOR_TEST_VEXLOR_CHECK, dir.file("missing.cfg")});
     EXPECT_EQ(2, missing.status);
     EXPECT_THAT(missing.out, HasSubstr("  error: cannot be read: No such file or directory\n"));
     EXPECT_EQ(2, runCommand({VEXLOR_TEST_VEXLOR_CHECK}).status);
-
-    const std::string file = dir.write("vexlor.cfg", "component = a, 1\n");
-    struct stat before { };
-    stat(file.c_str(), &before);
-    const std::string good = dir.write("good.cfg", "component = a, 11\n");
-    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, file});
-    EXPECT_EQ(0, result.status) << result.out;
-    EXPECT_THAT(result.out, HasSubstr("in place: running programs read it again"));
-    EXPECT_EQ("component = a, 11\n", readFile(file));
-    struct stat after { };
-    stat(file.c_str(), &after);
-    EXPECT_EQ(before.st_ino, after.st_ino);  // a rename would end the programs' watch
-
-    const std::string broken = dir.write("broken.cfg", "component = b, 1");
-    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", broken, file});
-    EXPECT_EQ(2, result.status);
-    EXPECT_EQ("vexlor-check: \"" + file + "\" left unchanged\n", result.err);
-    EXPECT_EQ("component = a, 11\n", readFile(file));
 }
 
 // The other user (nobody) owns a directory next to root's files; the old repro's steps follow.
-class CInstallAttackTest : public COtherUserTest {
-protected:
-    const std::string m_good = m_dir.write("good.cfg", "component = a, 11\n");
-};
+using CInstallTest = COtherUserTest;
 
-TEST_F(CInstallAttackTest, RefusesADestinationThatAnotherUserControlsUnlessForced)
+TEST_F(CInstallTest, WritesOnlyTheBytesItCheckedInPlaceAndNowhereAnotherUserControls)
 {
-    const std::string victim = m_dir.write("victim", "root's own\n");
-    const std::string file = m_theirs + "/vexlor.cfg";
-    const COtherUser planter(NOBODY, [&](auto ready) { (void)!symlink(victim.c_str(), file.c_str()), ready(); });
-    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", m_good, file});
+    const std::string file = m_dir.write("vexlor.cfg", "component = a, 1\n");
+    struct stat before { };
+    stat(file.c_str(), &before);
+    const std::string good = m_dir.write("good.cfg", "component = a, 11\n");
+    CCommandResult result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, file});
+    EXPECT_EQ(0, result.status) << result.out;
+    EXPECT_THAT(result.out, HasSubstr("in place: running programs read it again"));
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", m_dir.write("broken.cfg", "component = b, 1"), file});
     EXPECT_EQ(2, result.status);
-    EXPECT_THAT(result.err, HasSubstr("\"" + file + "\" is a symbolic link"));
-    EXPECT_EQ("root's own\n", readFile(victim));
+    EXPECT_EQ("vexlor-check: \"" + file + "\" left unchanged\n", result.err);
 
+    // A destination that the other user controls: a link of theirs, a file in their directory.
+    const std::string victim = m_dir.write("victim", "root's own\n");
+    const std::string theirs = m_theirs + "/vexlor.cfg";
+    ASSERT_TRUE(asOtherUser([&] { (void)!symlink(victim.c_str(), theirs.c_str()); }));
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, theirs});
+    EXPECT_EQ(2, result.status);
+    EXPECT_THAT(result.err, HasSubstr("\"" + theirs + "\" is a symbolic link"));
+    EXPECT_EQ("root's own\n", readFile(victim));
     // A plain file there: the directory is theirs, so is what the name points to next.
-    unlink(file.c_str());
-    writeFile(file, "component = a, 1\n");
-    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", m_good, file});
+    unlink(theirs.c_str());
+    writeFile(theirs, "component = a, 1\n");
+    result = runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, theirs});
     EXPECT_EQ(2, result.status);
     EXPECT_THAT(result.err, HasSubstr("its directory \"" + m_theirs + "\" belongs to uid 65534"));
-    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--force", "--install", m_good, file}).status);
-    EXPECT_EQ("component = a, 11\n", readFile(file));
-    // A sticky directory open to all (as /tmp) keeps an existing file of ours ours.
-    chmod(m_dir.path().c_str(), 01777);
-    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", m_good, victim}).status);
-}
+    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--force", "--install", good, theirs}).status);
+    EXPECT_EQ("component = a, 11\n", readFile(theirs));
 
-TEST_F(CInstallAttackTest, WritesOnlyTheBytesItChecked)
-{
-    const std::string file = m_dir.write("vexlor.cfg", "component = a, 11\n");
-    const std::string fresh = m_theirs + "/new.cfg";
     // The other user swaps a good file and a refused one (no final line feed) under the name.
+    const std::string fresh = m_theirs + "/new.cfg";
     const COtherUser swapper(NOBODY, [&](auto ready) {
         for (unsigned int n = 0;; ++n) {
             writeFile(m_theirs + "/next", n % 2 == 0 ? "component = a, 11\n" : "component = b, 1");
@@ -170,6 +148,12 @@ TEST_F(CInstallAttackTest, WritesOnlyTheBytesItChecked)
         runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", fresh, file});
         EXPECT_EQ("component = a, 11\n", readFile(file));
     }
+    struct stat after { };
+    stat(file.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);  // a rename would end the programs' watch
+    // A sticky directory open to all (as /tmp) keeps an existing file of ours ours.
+    chmod(m_dir.path().c_str(), 01777);
+    EXPECT_EQ(0, runCommand({VEXLOR_TEST_VEXLOR_CHECK, "--install", good, victim}).status);
 }
 
 }  // namespace
