@@ -36,7 +36,6 @@ TEST(LevelsTest, StandardAndCreatedLevelsHaveTheirNumbersMasksAndPriorities)
     for (const auto& [n, mask, priority] : created) {
         vexlor_level* level = vexlor_level_create(n);
         EXPECT_EQ(std::make_tuple(n, mask, priority), facts(level));
-        EXPECT_EQ(std::make_pair(n, mask), std::make_pair(level->numeric, level->mask));
     }
 }
 

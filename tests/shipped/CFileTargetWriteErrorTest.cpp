@@ -69,13 +69,9 @@ TEST_F(CFileTargetWriteErrorTest, CountsTheRecordsAFullDiskCostExactlyInTheFileA
             // Only what was logged while the disk was full: the record that filled it and 20 more.
             EXPECT_EQ(std::vector<unsigned long long>({21, 21}), lost);
             // What vexlorctl stats says before the unload: nothing was waiting in a buffer.
-            EXPECT_EQ((CCounters{{"written", found.size()},
-                                 {"dropped", 0},
-                                 {"lost", 42},
-                                 {"suppressed", 0},
-                                 {"rotations", 0},
-                                 {"reopens", 0}}),
-                      counted);
+            CCounters expected{{"dropped", 0}, {"lost", 42}, {"suppressed", 0}, {"rotations", 0}, {"reopens", 0}};
+            expected["written"] = found.size();
+            EXPECT_EQ(expected, counted);
             const std::vector<int> afterwards = range(afterFirst, 10);
             EXPECT_TRUE(std::includes(found.begin(), found.end(), afterwards.begin(), afterwards.end()));
         }

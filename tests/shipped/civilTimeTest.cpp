@@ -26,6 +26,9 @@ TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSavi
     for (long long t = 1711846800LL - 3600; t < 1711846800LL + 3600; t += 59) {
         times.push_back(t);
     }
+    const auto fields = [](const std::tm& tm) {
+        return std::make_tuple(tm.tm_year, tm.tm_mon, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, tm.tm_gmtoff);
+    };
     for (bool utc : {true, false}) {
         for (long long t : times) {
             const auto when = static_cast<std::time_t>(t);
@@ -33,11 +36,7 @@ TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSavi
             std::tm got{};
             ASSERT_NE(nullptr, utc ? gmtime_r(&when, &expected) : localtime_r(&when, &expected));
             ASSERT_TRUE(vx::civilTime(t, utc, got)) << t;
-            EXPECT_EQ(std::make_tuple(expected.tm_year, expected.tm_mon, expected.tm_mday, expected.tm_hour,
-                                      expected.tm_min, expected.tm_sec, expected.tm_gmtoff),
-                      std::make_tuple(got.tm_year, got.tm_mon, got.tm_mday, got.tm_hour, got.tm_min, got.tm_sec,
-                                      got.tm_gmtoff))
-                << t << (utc ? " UTC" : " local");
+            EXPECT_EQ(fields(expected), fields(got)) << t << (utc ? " UTC" : " local");
         }
     }
     std::tm parts{};
