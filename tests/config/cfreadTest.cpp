@@ -14,24 +14,18 @@ namespace {
 
 using Entries = std::vector<std::pair<std::string, std::string>>;
 
-struct CCollected {
-    Entries entries;
-    int stopAt = 0;  // the callback asks to stop at this entry (1-based); 0 never
-};
-
-int collect(const char* key, const char* value, void* user)
-{
-    auto* collected = static_cast<CCollected*>(user);
-    collected->entries.emplace_back(key, value);
-    return static_cast<int>(collected->entries.size()) == collected->stopAt ? 1 : 0;
-}
-
-// Callback mode on `path`: the entries handed over and the result.
+// Callback mode on `path`: the entries handed over and the result. The callback asks to stop at
+// entry `stopAt` (1-based; 0 never), which the result takes the place of afterwards.
 std::pair<Entries, int> parse(const std::string& path, bool callOnEmpty = false, int stopAt = 0)
 {
-    CCollected collected{{}, stopAt};
-    const int rc = cfread_parse_with_callback(path.c_str(), &collect, &collected, callOnEmpty);
-    return {collected.entries, rc};
+    std::pair<Entries, int> collected{{}, stopAt};
+    const auto collect = [](const char* key, const char* value, void* user) {
+        auto& [entries, stop] = *static_cast<std::pair<Entries, int>*>(user);
+        entries.emplace_back(key, value);
+        return static_cast<int>(entries.size()) == stop ? 1 : 0;
+    };
+    collected.second = cfread_parse_with_callback(path.c_str(), collect, &collected, callOnEmpty);
+    return collected;
 }
 
 // Table mode keeps what callback mode hands over, without the empty entries; a callback that asks

@@ -3,13 +3,9 @@
 // counted while a switch is on.
 #include <atomic>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <string>
-#include <vexlor/vexlor.h>
 
-#include "CCompiledPaths.h"
-#include "CSyslogCapture.h"
-#include "testPaths.h"
+#include "CMainInstanceTest.h"
 
 namespace {
 
@@ -31,11 +27,11 @@ extern "C" void* malloc(std::size_t size)
 
 namespace {
 
-TEST(CAllocationTest, RecordsAfterTheFirstOfAThreadAllocateNothing)
+using CAllocationTest = CMainInstanceTest;
+
+TEST_F(CAllocationTest, RecordsAfterTheFirstOfAThreadAllocateNothing)
 {
-    const CCompiledPaths paths;
-    const CSyslogCapture syslog;
-    paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=quiet, quiet=1"));
+    m_paths.writeDefaultConfig(targetLine(testpaths::recorder(), "name=quiet, quiet=1"));
     vexlor_component* app = vexlor_create_component("app", VX_ALL, "");
     vexlor_init(app, "a thread name longer than the small-string buffer");
     vexlor_enter_function(app, "aFunctionNameLongerThanTheSmallStringBuffer");

@@ -2,14 +2,10 @@
 // default entry is appended when there is none), the start-up message, and the SIGUSR1 re-read.
 #include <csignal>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <string>
 #include <syslog.h>
 
-#include <vexlor/vexlor.h>
-
-#include "CCompiledPaths.h"
-#include "CSyslogCapture.h"
+#include "CMainInstanceTest.h"
 #include "runInChild.h"
 
 namespace {
@@ -18,12 +14,9 @@ const std::string program = program_invocation_short_name;
 
 std::string reread(int level) { return "[loglevel for " + program + " set to " + std::to_string(level) + "]"; }
 
-class LegacyLevelTest : public ::testing::Test {
-protected:
-    static void writeLevels(const std::string& content) { writeFile(testpaths::legacyLevelFile(), content); }
-    CCompiledPaths m_paths;
-    CSyslogCapture m_syslog;
-};
+void writeLevels(const std::string& content) { writeFile(testpaths::legacyLevelFile(), content); }
+
+using LegacyLevelTest = CMainInstanceTest;
 
 // The first line that contains the program name anywhere sets the mask. A negative level and a
 // missing file count as no entry: the default line is appended. Only the first init of the

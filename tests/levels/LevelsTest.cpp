@@ -34,8 +34,7 @@ TEST(LevelsTest, StandardAndCreatedLevelsHaveTheirNumbersMasksAndPriorities)
     const std::tuple<unsigned int, unsigned int, int> created[] = {
         {4, 0x10, 4}, {31, 0x80000000u, 7}, {32, 0, 7}, {0xFFFFFFFFu, 0, 7}};
     for (const auto& [n, mask, priority] : created) {
-        vexlor_level* level = vexlor_level_create(n);
-        EXPECT_EQ(std::make_tuple(n, mask, priority), facts(level));
+        EXPECT_EQ(std::make_tuple(n, mask, priority), facts(vexlor_level_create(n)));
     }
 }
 
