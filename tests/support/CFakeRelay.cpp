@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-CFakeRelay::CFakeRelay(std::function<void(int fd)> serve, int receiveBuffer)
+CFakeRelay::CFakeRelay(CServe serve, int receiveBuffer)
     : m_serve(std::move(serve))
 {
     m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -28,7 +28,7 @@ CFakeRelay::CFakeRelay(std::function<void(int fd)> serve, int receiveBuffer)
             const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
             if (fd >= 0) {  // else the shutdown at the end
                 ++m_connections;
-                m_serve(fd);
+                m_serve(*this, fd);
             }
         }
     });

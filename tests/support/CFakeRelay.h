@@ -11,7 +11,8 @@ class CFakeRelay {
 public:
     // `serve` owns the descriptor (and closes it); it should return soon once stopping() is true.
     // `receiveBuffer` > 0 sets the accepted sockets' SO_RCVBUF.
-    explicit CFakeRelay(std::function<void(int fd)> serve, int receiveBuffer = 0);
+    using CServe = std::function<void(const CFakeRelay& relay, int fd)>;
+    explicit CFakeRelay(CServe serve, int receiveBuffer = 0);
     ~CFakeRelay();  // stops accepting and waits for `serve`
     CFakeRelay(const CFakeRelay&) = delete;
     CFakeRelay& operator=(const CFakeRelay&) = delete;
@@ -24,7 +25,7 @@ public:
     bool readLine(int fd, std::string& pending, std::string& line) const;
 
 private:
-    std::function<void(int)> m_serve;
+    CServe m_serve;
     int m_listener = -1;
     int m_port = 0;
     std::atomic<int> m_connections{0};

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sstream>
@@ -60,8 +59,6 @@ CTestCertificates::CTestCertificates(const std::string& directory)
     , clientCert(directory + "/client.pem")
     , clientKey(directory + "/client.key")
     , otherCa(directory + "/other-ca.pem")
-    , otherClientCert(directory + "/other-client.pem")
-    , otherClientKey(directory + "/other-client.key")
 {
     const std::string d = directory + "/";
     // Elliptic-curve keys: made in milliseconds, where RSA keys take noticeable time.
@@ -72,11 +69,10 @@ CTestCertificates::CTestCertificates(const std::string& directory)
     run(newKey + "-subj /CN=localhost -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -keyout " + serverKey +
         " -out " + serverCert + signedByCa);
     run(newKey + "-subj /CN=vexlor-test-client -keyout " + clientKey + " -out " + clientCert + signedByCa);
-    run(newKey + "-subj /CN=vexlor-other-client -keyout " + otherClientKey + " -out " + otherClientCert + " -CA " +
-        otherCa + " -CAkey " + d + "other-ca.key");
 }
 
-CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address, const CTlsInput& tls)
+CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::string& address,
+                     const CTestCertificates* tls)
     : m_directory(directory)
     , m_input(input)
     , m_address(address)
@@ -86,12 +82,10 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     std::ostringstream config;
     config << "global(workDirectory=\"" << directory << "\"";
     if (input == CInput::TLS) {
-        config << " defaultNetstreamDriverCAFile=\"" << tls.certificates->ca << "\" defaultNetstreamDriverCertFile=\""
-               << tls.certificates->serverCert << "\" defaultNetstreamDriverKeyFile=\"" << tls.certificates->serverKey
-               << "\"";
+        config << " defaultNetstreamDriverCAFile=\"" << tls->ca << "\" defaultNetstreamDriverCertFile=\""
+               << tls->serverCert << "\" defaultNetstreamDriverKeyFile=\"" << tls->serverKey << "\"";
     }
-    config << ")\n";
-    config << "template(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
+    config << ")\ntemplate(name=\"fields\" type=\"string\" string=\"" << TEMPLATE << "\")\n";
     // Direct: the input writes each message before it answers a RELP client, so what rsyslogd
     // confirmed is in the file even when it is killed.
     config << "ruleset(name=\"remote\" queue.type=\"Direct\") { action(type=\"omfile\" file=\"" << directory
@@ -99,31 +93,22 @@ CRsyslogd::CRsyslogd(const std::string& directory, CInput input, const std::stri
     const bool relp = input == CInput::RELP || input == CInput::RELP_TLS;
     const char* module = input == CInput::UDP ? "imudp" : relp ? "imrelp" : "imtcp";
     config << "module(load=\"" << module << "\"";
+    std::string settings;  // of each input
     if (input == CInput::TLS) {
-        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\"" << tls.authMode
-               << "\"";
-        if (!tls.permittedPeer.empty()) {
-            config << " permittedPeer=[\"" << tls.permittedPeer << "\"]";
-        }
-    }
-    if (input == CInput::RELP_TLS) {
+        config << " streamDriver.name=\"ossl\" streamDriver.mode=\"1\" streamDriver.authMode=\"x509/name\" "
+                  "permittedPeer=[\"vexlor-test-client\"]";
+    } else if (input == CInput::RELP_TLS) {
         config << " tls.tlslib=\"openssl\"";
+        settings = " tls=\"on\" tls.cacert=\"" + tls->ca + "\" tls.mycert=\"" + tls->serverCert +
+            "\" tls.myprivkey=\"" + tls->serverKey +
+            "\" tls.authMode=\"name\" tls.permittedPeer=[\"vexlor-test-client\"]";
     }
     config << ")\n";
-    std::ostringstream settings;
-    if (input == CInput::RELP_TLS) {
-        settings << " tls=\"on\" tls.cacert=\"" << tls.certificates->ca << "\" tls.mycert=\""
-                 << tls.certificates->serverCert << "\" tls.myprivkey=\"" << tls.certificates->serverKey
-                 << "\" tls.authMode=\"" << tls.authMode << "\"";
-        if (!tls.permittedPeer.empty()) {
-            settings << " tls.permittedPeer=[\"" << tls.permittedPeer << "\"]";
-        }
-    }
     // The same port on both loopback addresses, so that host names (localhost) reach it whichever
     // address the resolver gives first.
     for (const char* on : {"127.0.0.1", "::1"}) {
         config << "input(type=\"" << module << "\" address=\"" << on << "\" port=\"" << m_port
-               << "\" ruleset=\"remote\"" << settings.str() << ")\n";
+               << "\" ruleset=\"remote\"" << settings << ")\n";
     }
     writeFile(directory + "/rsyslog.conf", config.str());
     start();
@@ -160,18 +145,10 @@ void CRsyslogd::stop(int signal)
 
 void CRsyslogd::signal(int signal) const
 {
-    if (m_pid <= 0 || kill(m_pid, signal) != 0 || signal != SIGSTOP) {
-        return;
+    // The stop of a child is reported once the last of its threads has stopped.
+    if (m_pid > 0 && kill(m_pid, signal) == 0 && signal == SIGSTOP) {
+        waitpid(m_pid, nullptr, WUNTRACED);
     }
-    // A thread running at that moment may still read: wait until every one has stopped.
-    waitUntil([&] {
-        bool stopped = true;
-        for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(m_pid) + "/task")) {
-            const std::string stat = readFile(task.path() / "stat");
-            stopped = stopped && stat.compare(stat.rfind(')') + 2, 1, "T") == 0;
-        }
-        return stopped;
-    });
 }
 
 bool CRsyslogd::listening() const

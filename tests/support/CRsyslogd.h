@@ -20,19 +20,10 @@ struct CReceived {
 };
 
 // The files of a small test PKI, made with the openssl command: a CA, a server certificate for
-// localhost and 127.0.0.1 (not ::1), a client certificate (vexlor-test-client), and a second CA
-// with a client certificate of its own.
+// localhost and 127.0.0.1 (not ::1), a client certificate (vexlor-test-client), and a second CA.
 struct CTestCertificates {
     explicit CTestCertificates(const std::string& directory);
-    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa, otherClientCert, otherClientKey;
-};
-
-// How a TLS input checks its clients: "anon" (no client certificate), "x509/certvalid" (one
-// signed by the CA), "x509/name" (and named `permittedPeer`); for RELP_TLS "certvalid", "name".
-struct CTlsInput {
-    const CTestCertificates* certificates = nullptr;
-    std::string authMode = "anon";
-    std::string permittedPeer;
+    std::string ca, serverCert, serverKey, clientCert, clientKey, otherCa;
 };
 
 class CRsyslogd {
@@ -40,8 +31,10 @@ public:
     enum class CInput { UDP, TCP, TLS, RELP, RELP_TLS };
 
     // Listens for `input` at a free port of `address` (127.0.0.1 or ::1), and at the same port of
-    // the other loopback address. For TLS, `tls` gives the server's files and the client check.
-    CRsyslogd(const std::string& directory, CInput input, const std::string& address, const CTlsInput& tls = {});
+    // the other loopback address. TLS and RELP_TLS use the server's files of `tls` and take only
+    // clients with its client certificate.
+    CRsyslogd(const std::string& directory, CInput input, const std::string& address,
+              const CTestCertificates* tls = nullptr);
     ~CRsyslogd();  // stops it
     CRsyslogd(const CRsyslogd&) = delete;
     CRsyslogd& operator=(const CRsyslogd&) = delete;
@@ -51,8 +44,7 @@ public:
     // waits for its exit.
     void start();
     void stop(int signal = SIGTERM);
-    // Sends `signal` (SIGSTOP: it takes nothing more once this returns, while its kernel still
-    // takes some).
+    // Sends `signal`; after SIGSTOP, once every thread has stopped (its kernel still takes some).
     void signal(int signal) const;
     bool listening() const;
 
