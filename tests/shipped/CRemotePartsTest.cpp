@@ -109,4 +109,27 @@ TEST(CRecordQueueTest, KeepsOrderAcrossTheRingsEndAndNumbersDroppedRecordsToo)
     EXPECT_EQ(1u, nextSequence(2147483647u));
 }
 
+// A queue that ran empty goes on at the ring's beginning with the whole ring as room at once, and
+// the sender, still at the old end, finds the records there in order.
+TEST(CRecordQueueTest, GoesOnAtTheRingsBeginningOnceEmptyWithTheWholeRoom)
+{
+    CWaiter waiter;
+    CRecordQueue queue(1000, 128 << 10, waiter);
+    CQueuedRecord record;
+    CRecordQueue::Position position = queue.begin();
+    ASSERT_TRUE(queue.push(1, 0, 0, 0, 6, "app", "main", "net", "", std::string(3000, 'a')));
+    queue.read(position, record);
+    queue.release(position, 1);
+    int stored = 0;
+    while (queue.push(1, 0, 0, 0, 6, "app", "main", "net", "", std::string(3000, 'b'))) {
+        ++stored;
+    }
+    ASSERT_EQ(42, stored);
+    for (int i = 0; i < stored; ++i) {
+        queue.read(position, record);
+        EXPECT_EQ(i + 2u, record.sequence);
+    }
+    EXPECT_EQ(position, queue.end());
+}
+
 }  // namespace
