@@ -16,10 +16,9 @@ TEST(CivilTimeTest, AgreesWithTheCLibraryAcrossLeapYearsCenturiesAndDaylightSavi
     // A zone with daylight saving: the cached offset must follow the switches.
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
-    const bool wide = sizeof(std::time_t) == 8;
+    // Years 1 to 9999 (the builds use 64-bit time on every processor).
     std::vector<long long> times = {0, -1, 951782400LL, 4107542400LL, 2147483647LL};
-    for (long long t = wide ? -62135596800LL : -2147483647LL; t < (wide ? 253402300799LL : 2147483647LL);
-         t += wide ? 86399LL * 37 : 86399LL * 3) {
+    for (long long t = -62135596800LL; t < 253402300799LL; t += 86399LL * 37) {
         times.push_back(t);
     }
     // Around a switch to summer time (2024-03-31 01:00 UTC), minute by minute.

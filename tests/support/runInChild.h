@@ -4,11 +4,11 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "CTempDir.h"
 #include "waitUntil.h"
 
 // fork() once every other thread of this process sleeps. GCC 12's AddressSanitizer takes no lock
@@ -21,9 +21,7 @@ inline pid_t forkWhenOthersSleep()
     waitUntil(
         [&] {
             for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-                std::ifstream stat(task.path() / "stat");
-                std::string line;
-                std::getline(stat, line);
+                const std::string line = readFile(task.path() / "stat");
                 const std::size_t name = line.rfind(')');  // the state follows the name
                 const char state = name != std::string::npos && name + 2 < line.size() ? line[name + 2] : 'S';
                 if (task.path().filename() != self && (state == 'R' || state == 'D')) {
