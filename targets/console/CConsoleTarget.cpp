@@ -65,11 +65,6 @@ class CConsoleTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "console";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CConsoleTarget>(parameters);
-    }
-
     explicit CConsoleTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_levels(CLevelSet::fromParameters(parameters))
@@ -136,4 +131,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CConsoleTarget)
+VEXLOR_SHIPPED_TARGET(CConsoleTarget)

@@ -195,12 +195,11 @@ CControlServer::CControlServer()
         m_state->listenFd = listenOnControlName(m_state->ownerPid, m_state->name);
         m_state->wakeFd = eventfd(0, EFD_CLOEXEC);
         if (m_state->wakeFd < 0) {
-            throw std::runtime_error(std::string("control target: unable to create an eventfd - ") +
-                                     std::strerror(errno));
+            throw std::runtime_error(std::string("unable to create an eventfd - ") + std::strerror(errno));
         }
         const int rc = startThread(m_thread, "vexlor-control", threadMain, m_state);
         if (rc != 0) {
-            throw std::runtime_error(std::string("control target: unable to start its thread - ") + std::strerror(rc));
+            throw std::runtime_error(std::string("unable to start its thread - ") + std::strerror(rc));
         }
     } catch (...) {
         if (m_state->listenFd >= 0) {

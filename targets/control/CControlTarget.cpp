@@ -13,14 +13,17 @@
 #include <vexlor/vexlor_target.h>
 
 #include "CControlServer.h"
+#include "createTarget.h"
 #include "temporaryRaises.h"
 
 namespace {
 
 class CControlTarget final : public CLogTargetBase {
 public:
+    static constexpr const char* KIND = "control";
+
     explicit CControlTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, "control")
+        : CLogTargetBase(parameters, KIND)
     {
     }
 
@@ -38,4 +41,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CControlTarget)
+VEXLOR_SHIPPED_TARGET(CControlTarget)

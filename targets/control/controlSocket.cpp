@@ -61,7 +61,7 @@ std::string holderText(const std::string& name, pid_t self)
         }
     }
     if (holder.pid == self) {
-        throw std::runtime_error("control target: " + quoted(name) +
+        throw std::runtime_error(quoted(name) +
                                  " is already served by this process: a second control target is loaded");
     }
     return "process " + std::to_string(holder.pid) + " (uid " + std::to_string(holder.uid) + ")";
@@ -69,7 +69,7 @@ std::string holderText(const std::string& name, pid_t self)
 
 [[noreturn]] void cannotListen(const std::string& name, int error)
 {
-    throw std::runtime_error("control target: unable to listen on " + quoted(name) + " - " + std::strerror(error));
+    throw std::runtime_error("unable to listen on " + quoted(name) + " - " + std::strerror(error));
 }
 
 // Never blocks: early in boot, before the kernel's generator is seeded, the clock must do.
@@ -89,7 +89,7 @@ int newSocket()
 {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
-        throw std::runtime_error(std::string("control target: unable to create a socket - ") + std::strerror(errno));
+        throw std::runtime_error(std::string("unable to create a socket - ") + std::strerror(errno));
     }
     return fd;
 }

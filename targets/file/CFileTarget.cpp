@@ -45,8 +45,6 @@ class CFileTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "file";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<CFileTarget>(parameters); }
-
     explicit CFileTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_options(CFileOptions::fromParameters(parameters))
@@ -136,4 +134,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CFileTarget)
+VEXLOR_SHIPPED_TARGET(CFileTarget)

@@ -54,11 +54,6 @@ class CJournalTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "journal";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CJournalTarget>(parameters);
-    }
-
     explicit CJournalTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_levels(CLevelSet::fromParameters(parameters))
@@ -150,4 +145,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CJournalTarget)
+VEXLOR_SHIPPED_TARGET(CJournalTarget)

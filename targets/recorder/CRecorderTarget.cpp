@@ -38,11 +38,6 @@ class CRecorderTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "recorder";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CRecorderTarget>(parameters);
-    }
-
     explicit CRecorderTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_levels(CLevelSet::fromParameters(parameters))
@@ -179,4 +174,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CRecorderTarget)
+VEXLOR_SHIPPED_TARGET(CRecorderTarget)

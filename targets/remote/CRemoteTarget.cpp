@@ -28,6 +28,7 @@
 #include "CTcpStream.h"
 #include "CTlsStream.h"
 #include "CUdpTransport.h"
+#include "createTarget.h"
 #include "remoteParameters.h"
 
 namespace {
@@ -60,8 +61,10 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
 
 class CRemoteTarget final : public CLogTargetBase {
 public:
+    static constexpr const char* KIND = "remote";
+
     explicit CRemoteTarget(const CLogTargetParameters& parameters)
-        : CRemoteTarget(parameters, "remote")
+        : CRemoteTarget(parameters, readRemoteParameters(parameters, targetParameter(parameters, "name", KIND)))
     {
     }
     // Returns at once: the sender's thread drains what is queued (see CSender).
@@ -97,13 +100,8 @@ private:
                          componentName, functionName, message);
     }
 
-    CRemoteTarget(const CLogTargetParameters& parameters, const char* defaultName)
-        : CRemoteTarget(parameters, readRemoteParameters(parameters, targetParameter(parameters, "name", defaultName)))
-    {
-    }
-
     CRemoteTarget(const CLogTargetParameters& parameters, const CRemoteParameters& remote)
-        : CLogTargetBase(parameters, "remote")
+        : CLogTargetBase(parameters, KIND)
         , m_levels(remote.levels)
         , m_identity(identity(appname()))
         , m_rate(parameters)  // before the sender, which must not be destroyed but retired
@@ -136,4 +134,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CRemoteTarget)
+VEXLOR_SHIPPED_TARGET(CRemoteTarget)

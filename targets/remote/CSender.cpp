@@ -53,7 +53,7 @@ CSender::CSender(CSenderSettings settings, CRfc5424Options format, TransportMake
     pthread_once(&forkHandlerOnce, [] { pthread_atfork(nullptr, nullptr, &forkChild); });
     startThread();
     if (!m_threadRunning) {
-        throw std::runtime_error(m_settings.owner + ": cannot start the sender thread");
+        throw std::runtime_error("cannot start the sender thread for " + m_settings.destination);
     }
     pthread_mutex_lock(&sendersMutex);
     m_nextSender = firstSender;

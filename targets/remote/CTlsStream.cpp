@@ -150,7 +150,7 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
     if (m_context == nullptr || m_socketMethod == nullptr) {
         const std::string reason = opensslError();
         release();
-        throw std::runtime_error("remote target: cannot set up TLS - " + reason);
+        throw std::runtime_error("cannot set up TLS - " + reason);
     }
     BIO_meth_set_write_ex(m_socketMethod, bioWrite);
     BIO_meth_set_read_ex(m_socketMethod, bioRead);
@@ -193,7 +193,7 @@ CTlsContext::CTlsContext(const CTlsSettings& settings)
     }
     if (!failure.empty()) {
         release();
-        throw std::runtime_error("remote target: " + failure);
+        throw std::runtime_error(failure);
     }
 }
 

@@ -12,17 +12,12 @@
 
 namespace {
 
-const char OWNER[] = "remote target";
-
-[[noreturn]] void refuse(const std::string& why) { throw std::runtime_error(std::string(OWNER) + ": " + why); }
+// Creation adds the target's name (createTarget.h).
+[[noreturn]] void refuse(const std::string& why) { throw std::runtime_error(why); }
 
 int number(const CLogTargetParameters& parameters, const char* key, int fallback, int low, int high)
 {
-    try {
-        return static_cast<int>(numberParameter(parameters, key, fallback, low, high));
-    } catch (const std::invalid_argument& e) {
-        refuse(e.what());
-    }
+    return static_cast<int>(numberParameter(parameters, key, fallback, low, high));
 }
 
 // One of `choices` (the first is the default).
@@ -76,11 +71,7 @@ std::size_t queueBytes(const CLogTargetParameters& parameters)
 {
     const long long low = QUEUE_BYTES_MIN;
     const long long high = 1LL << 30;
-    try {
-        return static_cast<std::size_t>(numberParameter(parameters, "queue-bytes", 16LL << 20, low, high));
-    } catch (const std::invalid_argument& e) {
-        refuse(e.what());
-    }
+    return static_cast<std::size_t>(numberParameter(parameters, "queue-bytes", 16LL << 20, low, high));
 }
 
 }  // namespace
@@ -107,15 +98,11 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
                          1, 65535);
     result.framing =
         choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING : CFraming::LINE_FEED;
-    try {
-        result.levels = CLevelSet::fromParameters(parameters);
-    } catch (const std::invalid_argument& e) {
-        refuse(e.what());
-    }
+    result.levels = CLevelSet::fromParameters(parameters);
 
     CRfc5424Options& format = result.format;
     const std::string facility = targetParameter(parameters, "facility", "user");
-    format.facility = facilityCode(facility, OWNER) >> 3;
+    format.facility = facilityCode(facility, "facility=" + facility) >> 3;
     format.hostname = targetParameter(parameters, "hostname", machineName());
     format.sdId = targetParameter(parameters, "sd-id", format.sdId);
     if (!isValidSdId(format.sdId)) {
@@ -136,7 +123,7 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
     }
 
     CSenderSettings& sender = result.sender;
-    sender.owner = std::string(OWNER) + " " + targetName;
+    sender.owner = "remote target " + targetName;
     sender.name = targetName;
     const bool ipv6 = result.host.find(':') != std::string::npos;
     sender.destination = std::string(transportName(kind)) + " " + (ipv6 ? "[" + result.host + "]" : result.host) + ":" +

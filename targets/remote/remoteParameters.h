@@ -31,5 +31,5 @@ struct CRemoteParameters {
     CSenderSettings sender;
 };
 
-// Throws std::runtime_error whose text starts with "remote target: " and names the parameter.
+// Throws an exception whose text names the parameter and its value (creation adds the target's name).
 CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, const std::string& targetName);

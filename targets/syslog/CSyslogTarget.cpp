@@ -31,11 +31,6 @@ class CSyslogTarget final : public CLogTargetBase {
 public:
     static constexpr const char* KIND = "syslog";
 
-    static ILogTarget* create(const CLogTargetParameters& parameters)
-    {
-        return createTarget<CSyslogTarget>(parameters);
-    }
-
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
         : CLogTargetBase(parameters, KIND)
         , m_facility(facilityOrDefault(targetParameter(parameters, "facility")))
@@ -86,4 +81,4 @@ private:
 
 }  // namespace
 
-VEXLOR_TARGET_PLUGIN(CSyslogTarget)
+VEXLOR_SHIPPED_TARGET(CSyslogTarget)
