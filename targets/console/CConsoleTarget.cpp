@@ -20,9 +20,8 @@
 
 #include "CConsoleStream.h"
 #include "CFaultReport.h"
-#include "CLevelSet.h"
 #include "CLineLayout.h"
-#include "CRateLimit.h"
+#include "CFilteredTarget.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 
@@ -61,39 +60,23 @@ bool useColour(const std::string& mode, int fd)
         (noColour == nullptr || *noColour == '\0');
 }
 
-class CConsoleTarget final : public CLogTargetBase {
+class CConsoleTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "console";
 
     explicit CConsoleTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, KIND)
-        , m_levels(CLevelSet::fromParameters(parameters))
+        : CFilteredTarget(parameters, KIND)
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_stream(streamDescriptor(targetParameter(parameters, "stream", "stderr")))
         , m_colour(useColour(targetParameter(parameters, "color", "auto"), m_stream.fd()))
         , m_counters(KIND, getName())
-        , m_rate(parameters, m_counters)
         , m_fault("console target \"" + getName() + "\" (" + targetParameter(parameters, "stream", "stderr") + ")")
     {
         m_fault.countInto(m_counters);
+        countSuppressedInto(m_counters);
     }
 
-    ~CConsoleTarget() override { m_rate.writeNotices(*this); }
-    CConsoleTarget(const CConsoleTarget&) = delete;
-    CConsoleTarget& operator=(const CConsoleTarget&) = delete;
-
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
-        }
-    }
-
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
                const std::string& threadName, const std::string& componentName, const std::string& functionName,
                const std::string& message)
@@ -120,15 +103,14 @@ private:
         }
     }
 
-    const CLevelSet m_levels;
+private:
     CLineLayout m_layout;
     CConsoleStream m_stream;
     const bool m_colour;
     CTargetCounters m_counters;
-    CRateLimit m_rate;
     CFaultReport m_fault;
 };
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CConsoleTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CConsoleTarget>)

@@ -25,9 +25,8 @@
 
 #include "CFileOptions.h"
 #include "CFileSink.h"
-#include "CLevelSet.h"
+#include "CFilteredTarget.h"
 #include "CLineLayout.h"
-#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "forkGeneration.h"
@@ -41,42 +40,26 @@ void abandon(std::unique_ptr<CFileSink>& sink)
     abandoned->push_back(sink.release());
 }
 
-class CFileTarget final : public CLogTargetBase {
+class CFileTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "file";
 
     explicit CFileTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, KIND)
+        : CFilteredTarget(parameters, KIND)
         , m_options(CFileOptions::fromParameters(parameters))
-        , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters))
         , m_path(expandPath(m_options.path, appname()))
         , m_counters(KIND, getName(), {"rotations", "reopens"})
-        , m_rate(parameters, m_counters)
         , m_sink(std::make_unique<CFileSink>(getName(), m_path, m_options, m_counters))
         , m_generation(processGeneration())
     {
+        countSuppressedInto(m_counters);
     }
 
     ~CFileTarget() override
     {
         if (m_generation != processGeneration()) {
             abandon(m_sink);
-        } else if (m_sink) {
-            m_rate.writeNotices(*this);
-        }
-    }
-
-    CFileTarget(const CFileTarget&) = delete;
-    CFileTarget& operator=(const CFileTarget&) = delete;
-
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        if (m_levels.contains(level) && ownSink() &&
-            m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
     }
 
@@ -90,9 +73,7 @@ public:
         }
     }
 
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
                const std::string& threadName, const std::string& componentName, const std::string& functionName,
                const std::string& message)
@@ -105,6 +86,10 @@ private:
         m_sink->append(line.data(), line.size(), level->numeric <= m_options.flushLevel);
     }
 
+    bool ready() { return ownSink(); }
+    bool readyAtUnload() const { return m_generation == processGeneration() && m_sink; }
+
+private:
     // The sink of this process: in a fork child the parent's is left alone and a new one opened.
     bool ownSink()
     {
@@ -123,15 +108,13 @@ private:
     }
 
     const CFileOptions m_options;
-    const CLevelSet m_levels;
     CLineLayout m_layout;
     std::string m_path;  // path= for the current application name
     CTargetCounters m_counters;  // before the sink, which counts into it until its end
-    CRateLimit m_rate;
     std::unique_ptr<CFileSink> m_sink;
     unsigned m_generation;  // the process that m_sink belongs to
 };
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CFileTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CFileTarget>)

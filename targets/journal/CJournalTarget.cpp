@@ -14,15 +14,15 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <vexlor/vexlor_target.h>
 
 #include "CFaultReport.h"
+#include "CFilteredTarget.h"
 #include "CJournalSocket.h"
-#include "CLevelSet.h"
-#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
@@ -33,7 +33,7 @@ const char JOURNAL_SOCKET[] = "/run/systemd/journal/socket";
 
 // One field of the native protocol, in a buffer kept from record to record: "NAME=value\n", or
 // for a value with a line feed "NAME\n", its length as 64-bit little endian, the value and "\n".
-void setField(std::string& field, const char* name, const std::string& value)
+void setField(std::string& field, const char* name, std::string_view value)
 {
     field.assign(name);
     if (value.find('\n') == std::string::npos) {
@@ -50,51 +50,28 @@ void setField(std::string& field, const char* name, const std::string& value)
     field += '\n';
 }
 
-class CJournalTarget final : public CLogTargetBase {
+class CJournalTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "journal";
 
     explicit CJournalTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, KIND)
-        , m_levels(CLevelSet::fromParameters(parameters))
+        : CFilteredTarget(parameters, KIND)
         , m_facility(std::to_string(facilityCode(facility(parameters), "facility=" + facility(parameters)) >> 3))
-        , m_identity(identity(appname()))
         , m_socket(JOURNAL_SOCKET)
         , m_counters(KIND, getName())
-        , m_rate(parameters, m_counters)
         , m_fault("journal target \"" + getName() + "\" (" + JOURNAL_SOCKET + ")", CFaultReport::ERetry::EVERY_RECORD)
     {
         m_fault.countInto(m_counters);
+        countSuppressedInto(m_counters);
     }
 
-    ~CJournalTarget() override { m_rate.writeNotices(*this); }
-    CJournalTarget(const CJournalTarget&) = delete;
-    CJournalTarget& operator=(const CJournalTarget&) = delete;
-
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
-        }
-    }
-
-    void setAppname(const std::string& name) override
-    {
-        CLogTargetBase::setAppname(name);
-        m_identity = identity(name);
-    }
-
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int, int depth, long long, int, vexlor_level* level, const std::string& threadName,
                const std::string& componentName, const std::string& functionName, const std::string& message)
     {
         setField(m_fields[0], "MESSAGE", message);
         setField(m_fields[1], "PRIORITY", std::to_string(vexlor_level_to_prio(level)));
-        setField(m_fields[2], "SYSLOG_IDENTIFIER", m_identity);
+        setField(m_fields[2], "SYSLOG_IDENTIFIER", identity());
         setField(m_fields[3], "SYSLOG_FACILITY", m_facility);
         setField(m_fields[4], "TID", std::to_string(syscall(SYS_gettid)));
         setField(m_fields[5], "VEXLOR_COMPONENT", componentName);
@@ -119,6 +96,7 @@ private:
         }
     }
 
+private:
     static constexpr int FIELDS = 9;
 
     static std::string facility(const CLogTargetParameters& parameters)
@@ -126,23 +104,13 @@ private:
         return targetParameter(parameters, "facility", "user");
     }
 
-    // The program's short name until the application names itself.
-    static std::string identity(const std::string& appname)
-    {
-        return appname.empty() ? program_invocation_short_name : appname;
-    }
-
-    const CLevelSet m_levels;
     const std::string m_facility;  // the facility number as text
-    // Guarded by the container's lock, like every call into the target.
-    std::string m_identity;
     std::string m_fields[FIELDS];
     CJournalSocket m_socket;
     CTargetCounters m_counters;
-    CRateLimit m_rate;
     CFaultReport m_fault;
 };
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CJournalTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CJournalTarget>)

@@ -20,9 +20,8 @@
 
 #include "CDescriptor.h"
 #include "CFaultReport.h"
-#include "CLevelSet.h"
+#include "CFilteredTarget.h"
 #include "CLineLayout.h"
-#include "CRateLimit.h"
 #include "CRingFile.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
@@ -34,13 +33,12 @@
 
 namespace {
 
-class CRecorderTarget final : public CLogTargetBase {
+class CRecorderTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "recorder";
 
     explicit CRecorderTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, KIND)
-        , m_levels(CLevelSet::fromParameters(parameters))
+        : CFilteredTarget(parameters, KIND)
         , m_size(
               byteCountParameter(parameters, "size", 1 << 20, vexlor_ring::MIN_FILE_SIZE, vexlor_ring::MAX_FILE_SIZE) &
               ~std::size_t{7})
@@ -48,18 +46,15 @@ public:
         , m_removeOnUnload(numberParameter(parameters, "remove-on-unload", 0, 0, 1) == 1)
         , m_dir(targetParameter(parameters, "dir", defaultRingDirectory()))
         , m_counters(KIND, getName())
-        , m_rate(parameters, m_counters)
         , m_fault("recorder target \"" + getName() + "\"")
     {
         m_fault.countInto(m_counters);
+        countSuppressedInto(m_counters);
         m_ring = makeRing();
     }
 
     ~CRecorderTarget() override
     {
-        if (m_generation == processGeneration() && m_ring) {
-            m_rate.writeNotices(*this);
-        }
         if (!m_ring || !m_ring->owned()) {
             return;
         }
@@ -67,20 +62,6 @@ public:
         if (m_removeOnUnload || m_ring->records() == 0) {
             CDescriptor dir(open(m_dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
             m_ring->remove(dir.get());
-        }
-    }
-
-    CRecorderTarget(const CRecorderTarget&) = delete;
-    CRecorderTarget& operator=(const CRecorderTarget&) = delete;
-
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        // A signal handler that logs while this thread is inside append would interleave records.
-        if (m_levels.contains(level) && !m_busy && ownRing() &&
-            m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
         }
     }
 
@@ -103,9 +84,7 @@ public:
         }
     }
 
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
                const std::string& threadName, const std::string& componentName, const std::string& functionName,
                const std::string& message)
@@ -117,6 +96,11 @@ private:
         m_counters.add(CTargetCounters::WRITTEN);
     }
 
+    // A signal handler that logs while this thread is inside append would interleave records.
+    bool ready() { return !m_busy && ownRing(); }
+    bool readyAtUnload() const { return m_generation == processGeneration() && m_ring; }
+
+private:
     // The name in the ring's header and file name: the application's, else the program's.
     std::string applicationName() const
     {
@@ -159,13 +143,11 @@ private:
         return false;
     }
 
-    const CLevelSet m_levels;
     const std::size_t m_size;
     const unsigned m_keep;
     const bool m_removeOnUnload;
     const std::string m_dir;
     CTargetCounters m_counters;
-    CRateLimit m_rate;
     CFaultReport m_fault;
     std::unique_ptr<CRingFile> m_ring;
     unsigned m_generation = processGeneration();  // the process that m_ring belongs to
@@ -174,4 +156,4 @@ private:
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CRecorderTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CRecorderTarget>)

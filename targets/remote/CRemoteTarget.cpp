@@ -21,7 +21,7 @@
 
 #include <vexlor/vexlor_target.h>
 
-#include "CRateLimit.h"
+#include "CFilteredTarget.h"
 #include "CRelpTransport.h"
 #include "CSender.h"
 #include "CSyslogTransport.h"
@@ -59,7 +59,7 @@ CSender::TransportMaker transportMaker(const CRemoteParameters& parameters)
     };
 }
 
-class CRemoteTarget final : public CLogTargetBase {
+class CRemoteTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "remote";
 
@@ -68,46 +68,23 @@ public:
     {
     }
     // Returns at once: the sender's thread drains what is queued (see CSender).
-    ~CRemoteTarget() override
-    {
-        m_rate.writeNotices(*this);
-        CSender::retire(std::move(m_sender));
-    }
+    ~CRemoteTarget() override { CSender::retire(std::move(m_sender)); }
 
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
-        }
-    }
-
-    void setAppname(const std::string& name) override
-    {
-        CLogTargetBase::setAppname(name);
-        m_identity = identity(name);
-    }
-
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
                const std::string& threadName, const std::string& componentName, const std::string& functionName,
                const std::string& message)
     {
-        m_sender->submit(pid, depth, seconds, microseconds, vexlor_level_to_prio(level), m_identity, threadName,
+        m_sender->submit(pid, depth, seconds, microseconds, vexlor_level_to_prio(level), identity(), threadName,
                          componentName, functionName, message);
     }
 
+private:
     CRemoteTarget(const CLogTargetParameters& parameters, const CRemoteParameters& remote)
-        : CLogTargetBase(parameters, KIND)
-        , m_levels(remote.levels)
-        , m_identity(identity(appname()))
-        , m_rate(parameters)  // before the sender, which must not be destroyed but retired
+        : CFilteredTarget(parameters, KIND)
         , m_sender(makeSender(remote))
     {
-        m_rate.countInto(m_sender->counters());
+        countSuppressedInto(m_sender->counters());
     }
 
     static std::unique_ptr<CSender> makeSender(const CRemoteParameters& remote)
@@ -120,18 +97,9 @@ private:
         }
     }
 
-    // The APP-NAME: the program's short name until the application names itself.
-    static std::string identity(const std::string& appname)
-    {
-        return appname.empty() ? program_invocation_short_name : appname;
-    }
-
-    const CLevelSet m_levels;
-    std::string m_identity;  // written and read under the container's lock
-    CRateLimit m_rate;
     std::unique_ptr<CSender> m_sender;
 };
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CRemoteTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CRemoteTarget>)

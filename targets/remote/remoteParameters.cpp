@@ -98,7 +98,6 @@ CRemoteParameters readRemoteParameters(const CLogTargetParameters& parameters, c
                          1, 65535);
     result.framing =
         choice(parameters, "framing", {"octet-counting", "lf"}) == 0 ? CFraming::OCTET_COUNTING : CFraming::LINE_FEED;
-    result.levels = CLevelSet::fromParameters(parameters);
 
     CRfc5424Options& format = result.format;
     const std::string facility = targetParameter(parameters, "facility", "user");

@@ -6,7 +6,6 @@
 
 #include <vexlor/vexlor_target.h>
 
-#include "CLevelSet.h"
 #include "CSenderSettings.h"
 #include "CSyslogTransport.h"
 #include "CTlsStream.h"
@@ -26,7 +25,6 @@ struct CRemoteParameters {
     CFraming framing = CFraming::OCTET_COUNTING;
     std::shared_ptr<const CTlsContext> tls;  // TLS only
     std::size_t window = 128;  // RELP only: records unanswered at a time
-    CLevelSet levels;
     CRfc5424Options format;
     CSenderSettings sender;
 };

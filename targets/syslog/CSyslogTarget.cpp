@@ -13,9 +13,8 @@
 #include <syslog.h>
 #include <vexlor/vexlor_target.h>
 
-#include "CLevelSet.h"
+#include "CFilteredTarget.h"
 #include "CLineLayout.h"
-#include "CRateLimit.h"
 #include "CTargetCounters.h"
 #include "createTarget.h"
 #include "facility.h"
@@ -27,38 +26,22 @@ const char DEFAULT_PATTERN[] = "[%c/%T] %m";
 // 0 keeps the facility of openlog.
 int facilityOrDefault(const std::string& name) { return name.empty() ? 0 : facilityCode(name, "facility=" + name); }
 
-class CSyslogTarget final : public CLogTargetBase {
+class CSyslogTarget : public CFilteredTarget {
 public:
     static constexpr const char* KIND = "syslog";
 
     explicit CSyslogTarget(const CLogTargetParameters& parameters)
-        : CLogTargetBase(parameters, KIND)
+        : CFilteredTarget(parameters, KIND)
         , m_facility(facilityOrDefault(targetParameter(parameters, "facility")))
-        , m_levels(CLevelSet::fromParameters(parameters))
         , m_layout(CLineLayout::fromParameters(parameters, DEFAULT_PATTERN))
         , m_counters(KIND, getName())
-        , m_rate(parameters, m_counters)
     {
-    }
-
-    ~CSyslogTarget() override { m_rate.writeNotices(*this); }
-    CSyslogTarget(const CSyslogTarget&) = delete;
-    CSyslogTarget& operator=(const CSyslogTarget&) = delete;
-
-    void log(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& message) override
-    {
-        if (m_levels.contains(level) && m_rate.admit(componentName, *this, pid, seconds, microseconds, threadName)) {
-            write(pid, depth, seconds, microseconds, level, threadName, componentName, functionName, message);
-        }
+        countSuppressedInto(m_counters);
     }
 
     int isSyslogTarget() override { return 1; }
 
-private:
-    friend class ::CRateLimit;  // writes its notices
-
+protected:
     void write(int pid, int depth, long long seconds, int microseconds, vexlor_level* level,
                const std::string& threadName, const std::string& componentName, const std::string& functionName,
                const std::string& message)
@@ -72,13 +55,12 @@ private:
         m_counters.add(CTargetCounters::WRITTEN);  // handed to syslog(3), which tells no more
     }
 
+private:
     const int m_facility;
-    const CLevelSet m_levels;
     CLineLayout m_layout;
     CTargetCounters m_counters;
-    CRateLimit m_rate;
 };
 
 }  // namespace
 
-VEXLOR_SHIPPED_TARGET(CSyslogTarget)
+VEXLOR_SHIPPED_TARGET(CFiltered<CSyslogTarget>)
