@@ -73,6 +73,18 @@ void appendHeaderField(std::string& out, std::string_view text, std::size_t maxL
     }
 }
 
+// Appends the UTF-8 sequence at text[i], or U+FFFD for a byte that starts none; the index after it.
+std::size_t appendSequence(std::string& out, std::string_view text, std::size_t i)
+{
+    const std::size_t length = sequenceLength(reinterpret_cast<const unsigned char*>(text.data()) + i, text.size() - i);
+    if (length == 0) {
+        out += "\xEF\xBF\xBD";
+        return i + 1;
+    }
+    out.append(text.data() + i, length);
+    return i + length;
+}
+
 void appendNumber(std::string& out, long long value)
 {
     char digits[24];
@@ -101,17 +113,8 @@ std::string headerField(std::string_view text, std::size_t maxLength)
 
 void appendValidUtf8(std::string& out, std::string_view text)
 {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    std::size_t i = 0;
-    while (i < text.size()) {
-        const std::size_t length = sequenceLength(bytes + i, text.size() - i);
-        if (length == 0) {
-            out += "\xEF\xBF\xBD";
-            ++i;
-        } else {
-            out.append(text.data() + i, length);
-            i += length;
-        }
+    for (std::size_t i = 0; i < text.size();) {
+        i = appendSequence(out, text, i);
     }
 }
 
@@ -132,14 +135,7 @@ void appendSdValue(std::string& out, std::string_view value)
             out += static_cast<char>(c);
             ++i;
         } else {
-            const std::size_t length = sequenceLength(bytes + i, value.size() - i);
-            if (length == 0) {
-                out += "\xEF\xBF\xBD";
-                ++i;
-            } else {
-                out.append(value.data() + i, length);
-                i += length;
-            }
+            i = appendSequence(out, value, i);
         }
         run = i;
     }
