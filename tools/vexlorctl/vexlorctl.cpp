@@ -200,7 +200,10 @@ void printComponents(const CLines& lines)
     }
 }
 
-int show(const std::string& target)
+// Asks every process that `target` names and hands each answer to `print`; says why a process
+// could not answer. EXIT_FAILED when `target` names none, else 0 or the last failure's status.
+template <typename Print>
+int forEachAnswer(const std::string& target, const std::vector<std::string>& request, Print print)
 {
     std::vector<int> pids;
     if (!resolve(target, pids)) {
@@ -208,11 +211,19 @@ int show(const std::string& target)
     }
     int status = 0;
     for (const int pid : pids) {
-        const CControlReply reply = askProcess(pid, {"show"});
+        const CControlReply reply = askProcess(pid, request);
         if (reply.status != CControlReply::ok) {
             status = fail(reply.text);
-            continue;
+        } else {
+            print(pid, reply);
         }
+    }
+    return status;
+}
+
+int show(const std::string& target)
+{
+    return forEachAnswer(target, {"show"}, [](int pid, const CControlReply& reply) {
         const unsigned int syslogMask = hexField(field(reply.lines, "syslogmask"));
         std::printf("process %d: application \"%s\", program \"%s\", %s components\n", pid,
                     field(reply.lines, "application").c_str(), field(reply.lines, "program").c_str(),
@@ -223,37 +234,25 @@ int show(const std::string& target)
             std::printf("  target %s\n", targetText(row).c_str());
         }
         std::fputs(configText(reply.lines).c_str(), stdout);
-    }
-    return status;
+    });
 }
 
 int stats(const std::string& target, bool json)
 {
-    std::vector<int> pids;
-    if (!resolve(target, pids)) {
-        return EXIT_FAILED;
-    }
-    int status = 0;
-    for (const int pid : pids) {
-        const CControlReply reply = askProcess(pid, {"stats"});
-        if (reply.status != CControlReply::ok) {
-            status = fail(reply.text);
-            continue;
-        }
+    return forEachAnswer(target, {"stats"}, [json](int pid, const CControlReply& reply) {
         const std::vector<CTargetRow> rows = targetRows(reply.lines);
         if (json) {
             std::printf(
                 "%s\n",
                 statsJson(pid, rawField(reply.lines, "application"), rawField(reply.lines, "program"), rows).c_str());
-            continue;
+            return;
         }
         std::printf("process %d: application \"%s\", program \"%s\"\n", pid, field(reply.lines, "application").c_str(),
                     field(reply.lines, "program").c_str());
         for (const CTargetRow& row : rows) {
             std::printf("  %s\n", targetText(row).c_str());
         }
-    }
-    return status;
+    });
 }
 
 // `duration` empty: for good.
@@ -271,23 +270,13 @@ int set(const std::string& target, const std::string& component, const std::stri
                      printable(duration).c_str());
         return EXIT_USAGE;
     }
-    std::vector<int> pids;
-    if (!resolve(target, pids)) {
-        return EXIT_FAILED;
-    }
     char hex[16];
     std::snprintf(hex, sizeof hex, "0x%x", mask);
-    int status = 0;
-    for (const int pid : pids) {
-        std::vector<std::string> request = {"set", component, hex};
-        if (seconds != 0) {
-            request.push_back(std::to_string(seconds));
-        }
-        const CControlReply reply = askProcess(pid, request);
-        if (reply.status != CControlReply::ok) {
-            status = fail(reply.text);
-            continue;
-        }
+    std::vector<std::string> request = {"set", component, hex};
+    if (seconds != 0) {
+        request.push_back(std::to_string(seconds));
+    }
+    const int status = forEachAnswer(target, request, [](int pid, const CControlReply& reply) {
         for (const auto& line : reply.lines) {
             if (line.size() == 4 && line[0] == "changed") {
                 const unsigned int now = hexField(line[3]);
@@ -298,7 +287,7 @@ int set(const std::string& target, const std::string& component, const std::stri
                 std::printf("  %s\n", raiseText(line).c_str());
             }
         }
-    }
+    });
     if (status == 0 && seconds != 0) {
         std::printf("The program itself restores the mask when the time is over; a configuration file it reads "
                     "before then with a line for \"%s\" wins.\n",
