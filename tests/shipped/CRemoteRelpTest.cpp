@@ -169,12 +169,12 @@ TEST_F(CRemoteRelpTest, ReportsEachWayARelayBreaksTheProtocolOnceAndCountsExactl
         std::string fault;  // the one diagnostic: before the relay's address, and after it
         std::string said;
     } cases[] = {
-        {"refuses", fakeRelay([&](unsigned txnr, const std::string& text) {
-             if (text < "record 20") {  // the first ten
-                 return frame(txnr, "rsp", "500 disk full");
-             }
-             EXPECT_TRUE(taken.insert(text).second) << text;
-             return frame(txnr, "rsp", "200 OK");
+        {"refuses", fakeRelay([&, held = std::string()](unsigned txnr, const std::string& text) mutable {
+             const bool refuse = text >= "record 15" && text < "record 25";  // ten of them
+             EXPECT_TRUE(refuse || taken.insert(text).second) << text;
+             // The answers up to the third refusal in one piece: records taken before it do not end it.
+             held += frame(txnr, "rsp", refuse ? "500 disk full" : "200 OK");
+             return text < "record 17" ? std::string() : std::exchange(held, std::string());
          }),
          "", " refused a record: \"500 disk full\"; refused records are dropped and counted"},
         {"ends", fakeRelay([&](unsigned txnr, const std::string& text) {
