@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <string>
-#include <string_view>
 
 #include <vexlor/vexlor_target.h>
 
@@ -31,10 +30,16 @@ protected:
     // Where suppressed records are counted: the target's counters come to be after this base.
     void countSuppressedInto(CTargetCounters& counters) { m_rate.countInto(counters); }
 
-    // The application's name, else the program's short name.
-    std::string_view identity() const
+    // The application's name, else the program's short name (made once, where it is shown).
+    const std::string& identity()
     {
-        return appname().empty() ? std::string_view(program_invocation_short_name) : std::string_view(appname());
+        if (!appname().empty()) {
+            return appname();
+        }
+        if (m_program.empty()) {
+            m_program = program_invocation_short_name;
+        }
+        return m_program;
     }
 
     // Called by CFiltered without a virtual call; a target that needs them hides these.
@@ -50,6 +55,7 @@ private:
 
     const CLevelSet m_levels;
     CRateLimit m_rate;
+    std::string m_program;  // see identity
 };
 
 // The class that is created for `Target`: its log, and its notices at unload, which must go out

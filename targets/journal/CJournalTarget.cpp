@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -33,7 +32,7 @@ const char JOURNAL_SOCKET[] = "/run/systemd/journal/socket";
 
 // One field of the native protocol, in a buffer kept from record to record: "NAME=value\n", or
 // for a value with a line feed "NAME\n", its length as 64-bit little endian, the value and "\n".
-void setField(std::string& field, const char* name, std::string_view value)
+void setField(std::string& field, const char* name, const std::string& value)
 {
     field.assign(name);
     if (value.find('\n') == std::string::npos) {

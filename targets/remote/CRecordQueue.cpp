@@ -21,6 +21,8 @@ struct CEntryHeader {
 
 std::size_t padded(std::size_t size) { return (size + ALIGNMENT - 1) & ~(ALIGNMENT - 1); }
 
+std::size_t cutLength(const std::string& text, std::size_t limit) { return utf8PrefixLength(text, limit); }
+
 }  // namespace
 
 static_assert(sizeof(CEntryHeader) + ALIGNMENT <= 64, "LARGEST_RECORD allows 64 bytes for the header");
@@ -33,15 +35,15 @@ CRecordQueue::CRecordQueue(std::size_t maxRecords, std::size_t maxBytes, CWaiter
 {
 }
 
-bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds, int severity, std::string_view appname,
-                        const std::string& thread, const std::string& component, const std::string& function,
-                        const std::string& message)
+bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds, int severity,
+                        const std::string& appname, const std::string& thread, const std::string& component,
+                        const std::string& function, const std::string& message)
 {
-    const std::string_view texts[5] = {appname, thread, component, function, message};
+    const std::string* const texts[5] = {&appname, &thread, &component, &function, &message};
     CEntryHeader header{0, 0, seconds, pid, depth, microseconds, severity, {}};
     std::size_t size = sizeof header;
     for (int i = 0; i < 5; ++i) {
-        header.lengths[i] = static_cast<std::uint32_t>(utf8PrefixLength(texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
+        header.lengths[i] = static_cast<std::uint32_t>(cutLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
         size += header.lengths[i];
     }
     size = padded(size);
@@ -83,7 +85,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     std::memcpy(at, &header, sizeof header);
     at += sizeof header;
     for (int i = 0; i < 5; ++i) {
-        std::memcpy(at, texts[i].data(), header.lengths[i]);
+        std::memcpy(at, texts[i]->data(), header.lengths[i]);
         at += header.lengths[i];
     }
     m_inDropRun = false;

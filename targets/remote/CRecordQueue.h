@@ -15,7 +15,6 @@
 #include <memory>
 #include <atomic>
 #include <string>
-#include <string_view>
 
 #include "CQueuedRecord.h"
 #include "CWaiter.h"
@@ -40,7 +39,7 @@ public:
 
     // Log callers: copies the record in and gives it the next sequence number; false when it was
     // dropped (it used its number all the same, so that the receiver sees the gap).
-    bool push(int pid, int depth, long long seconds, int microseconds, int severity, std::string_view appname,
+    bool push(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
               const std::string& thread, const std::string& component, const std::string& function,
               const std::string& message);
 

@@ -89,7 +89,7 @@ void CSender::retire(std::unique_ptr<CSender> sender)
     pthread_mutex_unlock(&sendersMutex);
 }
 
-void CSender::submit(int pid, int depth, long long seconds, int microseconds, int severity, std::string_view appname,
+void CSender::submit(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
                      const std::string& thread, const std::string& component, const std::string& function,
                      const std::string& message)
 {

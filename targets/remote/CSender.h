@@ -10,7 +10,6 @@
 #include <memory>
 #include <pthread.h>
 #include <string>
-#include <string_view>
 
 #include "CDelivery.h"
 #include "CRecordQueue.h"
@@ -36,7 +35,7 @@ public:
     static void retire(std::unique_ptr<CSender> sender);
 
     // Log callers (one at a time): queues a copy of the record.
-    void submit(int pid, int depth, long long seconds, int microseconds, int severity, std::string_view appname,
+    void submit(int pid, int depth, long long seconds, int microseconds, int severity, const std::string& appname,
                 const std::string& thread, const std::string& component, const std::string& function,
                 const std::string& message);
 
