@@ -20,15 +20,12 @@ ILogTarget* createTarget(const CLogTargetParameters& parameters)
     }
 }
 
-namespace vexlor_shipped {
-
-// What the SDK's factory makes, through createTarget.
-template <typename Target>
-struct CMaker {
-    static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<Target>(parameters); }
-};
-
-}  // namespace vexlor_shipped
-
-// The export of a shipped target's plug-in, the last line of its file: VEXLOR_SHIPPED_TARGET(CMyTarget)
-#define VEXLOR_SHIPPED_TARGET(Target) VEXLOR_TARGET_PLUGIN(vexlor_shipped::CMaker<Target>)
+// The export of a shipped target's plug-in, the last line of its file: VEXLOR_SHIPPED_TARGET(CMyTarget).
+// Its factory makes the target through createTarget.
+#define VEXLOR_SHIPPED_TARGET(Target)                                                                                  \
+    namespace {                                                                                                        \
+    struct CShipped {                                                                                                  \
+        static ILogTarget* create(const CLogTargetParameters& parameters) { return createTarget<Target>(parameters); } \
+    };                                                                                                                 \
+    }                                                                                                                  \
+    VEXLOR_TARGET_PLUGIN(CShipped)
