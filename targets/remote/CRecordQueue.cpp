@@ -21,8 +21,6 @@ struct CEntryHeader {
 
 std::size_t padded(std::size_t size) { return (size + ALIGNMENT - 1) & ~(ALIGNMENT - 1); }
 
-std::size_t cutLength(const std::string& text, std::size_t limit) { return utf8PrefixLength(text, limit); }
-
 }  // namespace
 
 static_assert(sizeof(CEntryHeader) + ALIGNMENT <= 64, "LARGEST_RECORD allows 64 bytes for the header");
@@ -43,7 +41,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     CEntryHeader header{0, 0, seconds, pid, depth, microseconds, severity, {}};
     std::size_t size = sizeof header;
     for (int i = 0; i < 5; ++i) {
-        header.lengths[i] = static_cast<std::uint32_t>(cutLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
+        header.lengths[i] = static_cast<std::uint32_t>(utf8PrefixLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
         size += header.lengths[i];
     }
     size = padded(size);
@@ -52,7 +50,9 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     m_sequence = nextSequence(m_sequence);
     header.sequence = m_sequence;
     Position tail = m_tail.load(std::memory_order_relaxed);
-    const std::size_t count = m_count.load(std::memory_order_acquire);
+    const std::uint64_t pushed = m_pushed.load(std::memory_order_relaxed);
+    // Acquire: the sender is done with what it released before the space is written again.
+    const std::uint64_t count = pushed - m_released.load(std::memory_order_acquire);
     std::size_t offset = static_cast<std::size_t>(tail % m_capacity);
     std::size_t skip = m_capacity - offset < size ? m_capacity - offset : 0;
     // Empty: go on at the ring's beginning, so that a quiet queue keeps using the same pages.
@@ -60,8 +60,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     if (restart) {
         skip = m_capacity - offset;
     }
-    // Acquire: the sender is done with what it released before the space is written again.
-    if (count == m_maxRecords || tail - m_head.load(std::memory_order_acquire) + skip + size > m_capacity) {
+    if (count >= m_maxRecords || tail - m_head.load(std::memory_order_acquire) + skip + size > m_capacity) {
         m_dropped.fetch_add(1, std::memory_order_relaxed);
         // The first drop of a run wakes the sender, so that it reports the run's start.
         if (!m_inDropRun) {
@@ -89,7 +88,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
         at += header.lengths[i];
     }
     m_inDropRun = false;
-    m_count.fetch_add(1, std::memory_order_release);
+    m_pushed.store(pushed + 1, std::memory_order_release);
     // Sequentially consistent with sleepAfter: either the sender sees this record before it
     // sleeps, or this call sees it asleep. Only the record that ends its sleep pays for a wake-up.
     m_tail.store(tail + size, std::memory_order_seq_cst);
@@ -99,7 +98,7 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
         Position released = tail - skip;
         m_head.compare_exchange_strong(released, tail, std::memory_order_release, std::memory_order_relaxed);
     }
-    if (m_senderAsleep.exchange(false, std::memory_order_seq_cst)) {
+    if (m_senderAsleep.load(std::memory_order_seq_cst) && m_senderAsleep.exchange(false, std::memory_order_relaxed)) {
         m_waiter.wake();
     }
     return true;
@@ -141,7 +140,7 @@ void CRecordQueue::read(Position& position, CQueuedRecord& record) const
 CRecordQueue::Position CRecordQueue::release(Position position, std::size_t records)
 {
     m_head.store(position, std::memory_order_release);
-    m_count.fetch_sub(records, std::memory_order_release);
+    m_released.store(m_released.load(std::memory_order_relaxed) + records, std::memory_order_release);
     return position;
 }
 
@@ -157,4 +156,9 @@ bool CRecordQueue::sleepAfter(Position position)
 
 unsigned long long CRecordQueue::takeDropped() { return m_dropped.exchange(0, std::memory_order_relaxed); }
 
-std::size_t CRecordQueue::size() const { return m_count.load(std::memory_order_acquire); }
+std::size_t CRecordQueue::size() const
+{
+    // Released first: it never passes pushed, so the difference cannot go below zero.
+    const std::uint64_t released = m_released.load(std::memory_order_acquire);
+    return static_cast<std::size_t>(m_pushed.load(std::memory_order_acquire) - released);
+}

@@ -65,13 +65,20 @@ private:
     const std::size_t m_capacity;  // the ring's size in bytes, a multiple of 8
     const std::unique_ptr<char[]> m_ring;  // records are written past m_tail, read before it
     CWaiter& m_waiter;
-    std::atomic<Position> m_head{0};  // written by the sender, and by push when the queue was empty
-    std::atomic<Position> m_tail{0};  // written by push
-    std::atomic<std::size_t> m_count{0};
+    // What each side writes lies on a cache line of its own, and no count is shared by both: a
+    // log call only pays for the lines the sender changed since, and for the one ordered store
+    // that lets it see a sleeping sender.
+    // Push's own, read by the sender:
+    alignas(64) std::atomic<Position> m_tail{0};
+    std::atomic<std::uint64_t> m_pushed{0};  // records stored, ever
+    std::uint32_t m_sequence = 0;  // the last number given
+    bool m_inDropRun = false;  // no record was stored since the last drop
+    // The sender's own, read by push (which moves m_head only when the queue was empty):
+    alignas(64) std::atomic<Position> m_head{0};
+    std::atomic<std::uint64_t> m_released{0};  // records released, ever
+    // Rarely written:
+    alignas(64) std::atomic<bool> m_senderAsleep{false};
     // Where push last went on at the ring's beginning because the queue was empty.
     std::atomic<Position> m_restartedAt{~Position(0)};
     std::atomic<unsigned long long> m_dropped{0};  // since the sender last took it
-    std::atomic<bool> m_senderAsleep{false};
-    std::uint32_t m_sequence = 0;  // push's own: the last number given
-    bool m_inDropRun = false;  // push's own: no record was stored since the last drop
 };
