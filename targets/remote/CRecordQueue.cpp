@@ -41,7 +41,8 @@ bool CRecordQueue::push(int pid, int depth, long long seconds, int microseconds,
     CEntryHeader header{0, 0, seconds, pid, depth, microseconds, severity, {}};
     std::size_t size = sizeof header;
     for (int i = 0; i < 5; ++i) {
-        header.lengths[i] = static_cast<std::uint32_t>(utf8PrefixLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
+        header.lengths[i] =
+            static_cast<std::uint32_t>(utf8PrefixLength(*texts[i], i == 4 ? MESSAGE_LIMIT : NAME_LIMIT));
         size += header.lengths[i];
     }
     size = padded(size);
