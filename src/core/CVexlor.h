@@ -81,8 +81,7 @@ private:
     // container. `text` is the finished message.
     VEXLOR_LOCAL void emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length);
     // What emit and log share once the message is in this thread's current texts.
-    VEXLOR_LOCAL void deliver(vexlor_component* component, vexlor_level* level, vx::CEmitting& current,
-                              CThreadData& self);
+    VEXLOR_LOCAL void deliver(vexlor_component* component, vexlor_level* level, vx::CEmitting& current);
     // Filter, then emit: for the library's own fixed texts.
     VEXLOR_LOCAL void emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text);
 
