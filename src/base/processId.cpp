@@ -6,19 +6,12 @@
 
 namespace vx {
 
-namespace {
-
 std::atomic<int> cachedPid{0};
 
-}  // namespace
-
-int currentPid()
+int fetchPid()
 {
-    int pid = cachedPid.load(std::memory_order_relaxed);
-    if (pid == 0) {
-        pid = getpid();
-        cachedPid.store(pid, std::memory_order_relaxed);
-    }
+    const int pid = getpid();
+    cachedPid.store(pid, std::memory_order_relaxed);
     return pid;
 }
 

@@ -228,6 +228,11 @@ void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* 
     deliver(component, level, current);
 }
 
+void CVexlor::logToMain(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
+{
+    getInstance()->log(component, level, format, args);
+}
+
 void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length)
 {
     CEmitting& current = currentEmitting();

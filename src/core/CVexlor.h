@@ -56,6 +56,9 @@ public:
     // emits a record its caller has already let through the component's mask.
     void log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
         __attribute__((format(printf, 4, 0)));
+    // getInstance()->log(...) in one call: the instance look-up is inlined here.
+    VEXLOR_LOCAL static void logToMain(vexlor_component* component, vexlor_level* level, const char* format,
+                                       va_list args) __attribute__((format(printf, 3, 0)));
     void vexlorSyslog(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
         __attribute__((format(printf, 4, 0)));
     void enterFunction(vexlor_component* component, const char* functionName);

@@ -35,7 +35,7 @@ void vexlor(vexlor_component* component, vexlor_level* level, const char* format
     }
     va_list args;
     va_start(args, format);
-    CVexlor::getInstance()->log(component, level, format, args);
+    CVexlor::logToMain(component, level, format, args);
     va_end(args);
 }
 
