@@ -84,6 +84,16 @@ void floor(benchmark::State& state)
     }
 }
 
+// The same floor for the 65-character message with four conversions.
+void floorOfConnection(benchmark::State& state)
+{
+    vexlor_component* component = benchComponent();
+    for (auto _ : state) {
+        vexlor_bench_floor(component, VX_INFO, bench::CONNECTION_FORMAT, bench::CONNECTION_NAME, bench::CONNECTION_ID,
+                           bench::CONNECTION_PEER, bench::CONNECTION_MILLISECONDS);
+    }
+}
+
 // A traced function's entry and exit: two records at the tracing level, which the component takes.
 void enterAndLeave(benchmark::State& state)
 {
@@ -121,6 +131,7 @@ const bool REGISTERED = [] {
     bench::add("empty call into a shared library", "baseline", emptySharedLibraryCall);
     bench::add("floor of \"value %d\": exported call, clock, formatter, recursive mutex, virtual call", "baseline",
                floor);
+    bench::add("floor of the 65-character message", "baseline", floorOfConnection);
     bench::add("gettimeofday and a recursive mutex", "baseline", clockAndLock);
     return true;
 }();
