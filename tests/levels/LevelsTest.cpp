@@ -41,28 +41,23 @@ TEST(LevelsTest, StandardAndCreatedLevelsHaveTheirNumbersMasksAndPriorities)
 using Entries = std::vector<std::pair<unsigned int, std::string>>;
 using Announcements = std::vector<std::pair<std::string, unsigned int>>;  // name, mask at the time
 
-class CVexlorComponentsTest : public CMainInstanceTest {
-protected:
+using CVexlorComponentsTest = CMainInstanceTest;
+
+TEST_F(CVexlorComponentsTest, CreatesEachNameOnceAnnouncesItAndTakesMasksFromTheConfiguration)
+{
     // What the target was told since the last call.
-    static Announcements takeAnnouncements()
-    {
+    const auto takeAnnouncements = [] {
         Announcements result;
         for (const CRecordedCall& call : CRecorder::instance().calls("component", "rec")) {
             result.emplace_back(call.text, call.componentLevel);
         }
         CRecorder::instance().clear();
         return result;
-    }
-
-    static Entries descriptions(const std::string& name, Entries entries = {})
-    {
+    };
+    const auto descriptions = [](const std::string& name, Entries entries = {}) {
         vexlor_get_level_descriptions(name, entries);
         return entries;
-    }
-};
-
-TEST_F(CVexlorComponentsTest, CreatesEachNameOnceAndAnnouncesIt)
-{
+    };
     vexlor_component* net = vexlor_create_component("net", VX_INFO, "0=off,1=on");
     EXPECT_EQ("net", vexlor_get_name_by_component(net));
     // Asked for again: same record, mask kept, descriptions appended to the caller's vector.
@@ -86,18 +81,14 @@ TEST_F(CVexlorComponentsTest, CreatesEachNameOnceAndAnnouncesIt)
     std::vector<std::string> listed{"kept"};
     vexlor_get_component_names(listed);
     EXPECT_EQ((std::vector<std::string>{"kept", "B", "b", "net"}), listed);
-}
 
-// A component the configuration created first keeps its mask when the application creates it and
-// gains its descriptions. Characters other than '1' are 0 bits; only the last 32 count.
-TEST_F(CVexlorComponentsTest, ConfigurationSinkSetsMasksFromBitStrings)
-{
-    CVexlor* core = CVexlor::getInstance();
-    EXPECT_EQ(0, core->updateComponentLevel("disk", "1x1"));
+    // A component the configuration created first keeps its mask when the application creates it
+    // and gains its descriptions. Characters other than '1' are 0 bits; only the last 32 count.
+    EXPECT_EQ(0, CVexlor::getInstance()->updateComponentLevel("disk", "1x1"));
     vexlor_component* disk = vexlor_create_component("disk", VX_ERR, "0=off");
     EXPECT_EQ(0x5u, disk->level);
     EXPECT_EQ((Entries{{0, "off"}}), descriptions("disk"));
-    EXPECT_EQ(0, core->updateComponentLevel("disk", "1" + std::string(32, '0')));
+    EXPECT_EQ(0, CVexlor::getInstance()->updateComponentLevel("disk", "1" + std::string(32, '0')));
     EXPECT_EQ(0x0u, disk->level);
     EXPECT_EQ((Announcements{{"disk", 0x5}, {"disk", 0x5}, {"disk", 0}}), takeAnnouncements());
 }
