@@ -141,9 +141,17 @@ TEST_F(CVexlorLogTest, DumpsLinesByteExact)
 
 // Start and end records only where the component enables VX_ENTERLEAVE. A name set before the
 // first init yields to the program name that this init opens syslog with; set later, it is the
-// identity.
-TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
+// identity. syslog keeps the identity's pointer and uses it until the process ends: also in an
+// atexit handler registered before the first library call, which runs after the instance is gone,
+// and after a change to a longer name. (Under AddressSanitizer a freed text is a failure in itself.)
+TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThreadAndTheIdentityOutlivesTheInstance)
 {
+    std::atexit([] {
+        const char* identity = capturedIdentity();
+        if (identity == nullptr || std::string(identity) != "a-longer-application-name") {
+            _exit(3);
+        }
+    });
     EXPECT_STREQ(vexlor_set_applicationname("app"), vexlor_get_application_name().c_str());
     EXPECT_THROW(vexlor_set_applicationname(nullptr), std::logic_error);
     vexlor_component* app = vexlor_create_component("app", VX_ALL, "");
@@ -161,7 +169,7 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
     vexlor_init(app, nullptr);  // a caller error: the name stays
     vexlor_done(app);
     vexlor(app, VX_INFO, "after done");
-    vexlor_set_applicationname("later");
+    vexlor_set_applicationname("a-longer-application-name");
 
     std::vector<std::tuple<std::string, std::string, vexlor_level*>> seen;  // message, thread name, level
     for (const CRecordedCall& record : records()) {
@@ -182,22 +190,7 @@ TEST_F(CVexlorLifecycleTest, InitAndDoneNameOnlyTheCallingThread)
         identities.push_back(call.ident);
         EXPECT_EQ(std::make_pair(LOG_PID | LOG_NDELAY, LOG_USER), std::make_pair(call.option, call.facility));
     }
-    EXPECT_EQ((Strings{"app", program_invocation_short_name, "later"}), identities);
-}
-
-// syslog keeps the identity's pointer and uses it until the process ends: also in an atexit
-// handler registered before the first library call, which runs after the instance is gone, and
-// after a change to a longer name. (Under AddressSanitizer a freed text is a failure in itself.)
-TEST_F(CVexlorLifecycleTest, SyslogIdentityStaysValidAfterTheInstanceIsGone)
-{
-    std::atexit([] {
-        const char* identity = capturedIdentity();
-        if (identity == nullptr || std::string(identity) != "a-longer-application-name") {
-            _exit(3);
-        }
-    });
-    vexlor_set_applicationname("app");
-    vexlor_set_applicationname("a-longer-application-name");
+    EXPECT_EQ((Strings{"app", program_invocation_short_name, "a-longer-application-name"}), identities);
 }
 
 TEST_F(CVexlorLifecycleTest, NovexlorPairLeavesTheMainInstanceAlone)
