@@ -1,7 +1,7 @@
 // fork/exec with the emulator prefix of a cross build, and bounded waits.
 #include "CCommand.h"
 
-#include <csignal>
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "CTempDir.h"
-#include "waitUntil.h"
+#include "runInChild.h"
 
 namespace {
 
@@ -32,22 +32,15 @@ pid_t start(const std::vector<std::string>& argv, int in, int out, int err, int 
     std::istringstream emulator(VEXLOR_TEST_EMULATOR_COMMAND);
     std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
     words.insert(words.end(), argv.begin(), argv.end());
-    std::vector<char*> args;
-    for (std::string& word : words) {
-        args.push_back(word.data());
-    }
-    args.push_back(nullptr);
+    std::vector<char*> args(words.size() + 1);  // and the null that ends them
+    std::transform(words.begin(), words.end(), args.begin(), [](std::string& word) { return word.data(); });
     execvp(args[0], args.data());
     _exit(127);
 }
 
 int reap(pid_t pid)
 {
-    int status = 0;
-    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) != 0; }, std::chrono::seconds(60))) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-    }
+    const int status = reapChild(pid, std::chrono::seconds(60));
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

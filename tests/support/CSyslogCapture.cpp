@@ -1,6 +1,7 @@
 // syslog interposition for tests (see CSyslogCapture.h).
 #include "CSyslogCapture.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -32,14 +33,14 @@ T snapshot(const T& member)
     return member;
 }
 
+// How many messages at `priority` (any, when < 0) have a text that `matches`.
 template <typename Matches>
-int countWhere(Matches matches)
+int countWhere(int priority, Matches matches)
 {
-    int n = 0;
-    for (const CSyslogMessage& message : snapshot(captured().messages)) {
-        n += matches(message) ? 1 : 0;
-    }
-    return n;
+    const std::vector<CSyslogMessage> all = snapshot(captured().messages);
+    return static_cast<int>(std::count_if(all.begin(), all.end(), [&](const CSyslogMessage& m) {
+        return (priority < 0 || m.priority == priority) && matches(m.text);
+    }));
 }
 
 void record(int priority, const char* format, va_list args)
@@ -97,25 +98,22 @@ std::vector<COpenlogCall> CSyslogCapture::openlogCalls() const { return snapshot
 
 int CSyslogCapture::count(const std::string& text, int priority) const
 {
-    return countWhere(
-        [&](const CSyslogMessage& m) { return m.text == text && (priority < 0 || m.priority == priority); });
+    return countWhere(priority, [&](const std::string& t) { return t == text; });
 }
 
 int CSyslogCapture::countStarting(const std::string& prefix, int priority) const
 {
-    return countWhere([&](const CSyslogMessage& m) { return m.text.rfind(prefix, 0) == 0 && m.priority == priority; });
+    return countWhere(priority, [&](const std::string& t) { return t.rfind(prefix, 0) == 0; });
 }
 
 int CSyslogCapture::countContaining(const std::string& fragment, int priority) const
 {
-    return countWhere([&](const CSyslogMessage& m) {
-        return m.text.find(fragment) != std::string::npos && (priority < 0 || m.priority == priority);
-    });
+    return countWhere(priority, [&](const std::string& t) { return t.find(fragment) != std::string::npos; });
 }
 
-bool CSyslogCapture::waitFor(const std::string& text, std::chrono::seconds timeout) const
+bool CSyslogCapture::waitFor(const std::string& text) const
 {
-    return waitUntil([&] { return contains(text); }, timeout);
+    return waitUntil([&] { return count(text) > 0; });
 }
 
 void CSyslogCapture::clear()

@@ -4,7 +4,6 @@
 // machine's syslog. Messages are kept whether or not the current mask would pass them.
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -32,13 +31,12 @@ public:
     std::vector<COpenlogCall> openlogCalls() const;
     // How many messages have exactly this text (at this priority, if given).
     int count(const std::string& text, int priority = -1) const;
-    bool contains(const std::string& text, int priority = -1) const { return count(text, priority) > 0; }
-    // How many messages at this priority start with `prefix`: enough where a test needs to know
-    // only that a failure was reported, not its whole text.
-    int countStarting(const std::string& prefix, int priority) const;
+    // How many messages start with `prefix` (contain `fragment`): enough where a test needs to
+    // know only that a failure was reported, not its whole text.
+    int countStarting(const std::string& prefix, int priority = -1) const;
     int countContaining(const std::string& fragment, int priority = -1) const;
     // Waits until a message with this text arrived (for messages of other threads).
-    bool waitFor(const std::string& text, std::chrono::seconds timeout = std::chrono::seconds(20)) const;
+    bool waitFor(const std::string& text) const;
     void clear();
 };
 

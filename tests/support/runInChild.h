@@ -2,6 +2,7 @@
 // test process (its exit, a signal, a hang), and the children that fork tests make themselves.
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -18,20 +19,29 @@
 inline pid_t forkWhenOthersSleep()
 {
     const std::string self = std::to_string(gettid());
-    waitUntil(
-        [&] {
-            for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-                const std::string line = readFile(task.path() / "stat");
-                const std::size_t name = line.rfind(')');  // the state follows the name
-                const char state = name != std::string::npos && name + 2 < line.size() ? line[name + 2] : 'S';
-                if (task.path().filename() != self && (state == 'R' || state == 'D')) {
-                    return false;
-                }
-            }
-            return true;
-        },
-        std::chrono::seconds(5));
+    const auto othersSleep = [&] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::none_of(begin(tasks), end(tasks), [&](const std::filesystem::directory_entry& task) {
+            const std::string line = readFile(task.path() / "stat");
+            const std::size_t name = line.rfind(')');  // the state follows the name
+            const char state = name != std::string::npos && name + 2 < line.size() ? line[name + 2] : 'S';
+            return task.path().filename() != self && (state == 'R' || state == 'D');
+        });
+    };
+    waitUntil(othersSleep, std::chrono::seconds(5));
     return fork();
+}
+
+// Waits for the child `pid` and returns its wait status; kills it after `limit` (a hang guard,
+// never a speed check), so no child outlives its test.
+inline int reapChild(pid_t pid, std::chrono::seconds limit)
+{
+    int status = 0;
+    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+    }
+    return status;
 }
 
 // When runInChild forks: once the other threads sleep, or at once (for a test of forks that
@@ -48,14 +58,6 @@ int runInChild(Body body, EForkMoment moment = EForkMoment::QUIET)
     if (pid == 0) {
         _exit(body());
     }
-    int status = 0;
-    if (pid < 0) {
-        return -1;
-    }
-    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, std::chrono::seconds(30))) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const int status = pid > 0 ? reapChild(pid, std::chrono::seconds(30)) : -1;
+    return pid > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
