@@ -43,12 +43,9 @@ protected:
 // decompressed), without line feeds; an unended last line comes back with "<unended>" after it.
 inline std::vector<std::string> linesOf(const std::string& path)
 {
-    std::string content;
     FILE* in = popen(("gzip -dcf " + path).c_str(), "r");  // -f: other files pass as they are
-    char buffer[4096];
-    for (std::size_t got; in != nullptr && (got = std::fread(buffer, 1, sizeof buffer, in)) > 0;) {
-        content.append(buffer, got);
-    }
+    // The pipe read to its end under its /proc name, as any file.
+    const std::string content = in != nullptr ? readFile("/proc/self/fd/" + std::to_string(fileno(in))) : "";
     EXPECT_TRUE(in != nullptr && pclose(in) == 0) << path;
     std::vector<std::string> lines;
     std::istringstream stream(content.empty() || content.back() == '\n' ? content : content + "<unended>\n");

@@ -16,7 +16,7 @@ TEST_F(CFileTargetTest, WritesEachRecordAsOneLineToEachFile)
     writeFile(logPath("all.log"), "kept\n");
     read(fileTarget("all.log", "pattern=%l %c %F%m, mode=0604") +
          fileTarget("errors.log", "name=errors, levels=emerg-warn, pattern=%l %m", VEXLOR_TEST_TARGET_FILE2) +
-         fileTarget("%a.log", "name=by-program, pattern=%a %m", pluginPath(VEXLOR_TEST_TARGET_FILE, 1).c_str()));
+         fileTarget("%a.log", "name=by-program, pattern=%a %m", pluginLink(VEXLOR_TEST_TARGET_FILE, 1).c_str()));
     umask(savedUmask);
     log(VX_INFO, "up");
     log(VX_WARN, "slow", "poll");

@@ -2,7 +2,6 @@
 // with a watch on how long a call takes, and the counts the target reports.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "CTargetFixture.h"
@@ -11,14 +10,7 @@ class CRemoteFixture : public CTargetFixture {
 protected:
     using Clock = std::chrono::steady_clock;
 
-    // The plug-in under a short path of its own (a target line holds 255 bytes at most): each
-    // variant is another library path for the container, the same file for the loader.
-    std::string plugin(int variant)
-    {
-        const std::string link = m_dir.file("r" + std::to_string(variant) + ".so");
-        std::filesystem::create_symlink(VEXLOR_TEST_TARGET_REMOTE, link);
-        return link;
-    }
+    std::string plugin(int variant) const { return pluginLink(VEXLOR_TEST_TARGET_REMOTE, variant); }
 
     // Logs "record <i>" for i in [first, first + count), and expects no call to wait noticeably.
     void logNumbered(int first, int count)

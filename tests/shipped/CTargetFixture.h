@@ -39,6 +39,16 @@ protected:
         m_container.log(pid, 0, SECONDS, 7, level, "main", "net", function, message);
     }
 
+    // `plugin` under a short path of its own for each `variant` (a target line holds 255 bytes at
+    // most): the container loads one library path once, so a further target of the same plug-in in
+    // one configuration needs another path, and the loader still sees the same file.
+    std::string pluginLink(const std::string& plugin, int variant) const
+    {
+        const std::string link = m_dir.file("p" + std::to_string(variant) + ".so");
+        std::filesystem::create_symlink(plugin, link);
+        return link;
+    }
+
     // A failed test shows what the targets said.
     void TearDown() override
     {
@@ -67,16 +77,6 @@ inline CCounters statsOf(const std::string& name)
         }
     }
     return {};
-}
-
-// `plugin` written another way for each `variant` > 0: the container loads one library path once,
-// so a further target of the same plug-in in one configuration needs a path of its own.
-inline std::string pluginPath(std::string plugin, int variant)
-{
-    for (int i = 0; i < variant; ++i) {
-        plugin.insert(plugin.rfind('/'), "/.");
-    }
-    return plugin;
 }
 
 // How often the thread named `name` has gone to sleep so far; -1 without such a thread.
@@ -131,10 +131,9 @@ inline bool childMayStartThreads()
 #endif
 }
 
-// Waits for the child `pid` (the limit is a hang guard only) and expects a clean exit.
+// Waits for the child `pid` and expects a clean exit.
 inline void expectCleanExit(pid_t pid)
 {
-    int status = -1;
-    ASSERT_TRUE(waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }));
+    const int status = reapChild(pid, std::chrono::seconds(20));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
