@@ -2,10 +2,6 @@
 #include "CCompiledPaths.h"
 
 #include <filesystem>
-#include <unistd.h>
-
-#include "CTempDir.h"
-#include "testPaths.h"
 
 CCompiledPaths::CCompiledPaths()
 {
