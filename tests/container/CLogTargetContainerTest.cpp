@@ -140,9 +140,7 @@ TEST_F(CLogTargetContainerTest, ResolvesNameConflictsInFavourOfTheFirstRegistere
 TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
 {
     const std::string missing = "/nonexistent/libvexlor-missing-target.so";
-    const std::string noFactory = testpaths::noFactory();
-    const std::string nullFactory = testpaths::nullFactory();
-    read(targetLine(missing) + targetLine(noFactory) + targetLine(nullFactory) +
+    read(targetLine(missing) + targetLine(testpaths::noFactory()) + targetLine(testpaths::nullFactory()) +
          targetLine(m_rec, "name=n, create=null") + targetLine(m_twin, "name=o, create=object"));
     EXPECT_EQ(
         (Lines{"init", "done", "init", "done", "init", "created:n", "done", "init", "created:o", "destroyed", "done"}),
@@ -150,7 +148,7 @@ TEST_F(CLogTargetContainerTest, ReportsEveryFailedCreationAndClosesTheLibrary)
     // Each failure is reported as an error naming its library: a failed load twice (the loader and
     // the container), a missing factory twice (the symbol and the container).
     for (const auto& [path, errors] :
-         {std::pair(missing, 2), {noFactory, 2}, {nullFactory, 1}, {m_rec, 1}, {m_twin, 1}}) {
+         {std::pair(missing, 2), {testpaths::noFactory(), 2}, {testpaths::nullFactory(), 1}, {m_rec, 1}, {m_twin, 1}}) {
         EXPECT_EQ(errors, m_syslog.countContaining("\"" + path + "\"", LOG_ERR)) << path;
         EXPECT_FALSE(isOpen(path)) << path;
     }
