@@ -336,9 +336,7 @@ TEST_F(CHostileUserTest, TurnsOtherUsersAwayAtOnceAndServesRootWhileAClientDribb
     for (int attempt = 0; attempt < 2; ++attempt) {
         const CCommandResult refused = runCommand({tool, "set", self, "net", "all"}, NOBODY);
         EXPECT_EQ(1, refused.status);
-        EXPECT_EQ("vexlorctl: process " + self + ": permission denied: only uid 0 and root may control process " +
-                      self + "\n",
-                  refused.err);
+        EXPECT_THAT(refused.err, HasSubstr(": permission denied: only uid 0 and root may control process " + self));
     }
     EXPECT_EQ(1, syslog.countContaining("control target: refused a request from uid 65534"));
     EXPECT_EQ(0x10u, vexlor_get_component_level("net"));
