@@ -246,6 +246,8 @@ protected:
         }
         m_paths.writeDefaultConfig(CONTROL_LINE);
     }
+
+    const std::string m_self = std::to_string(getpid());  // this test process
 };
 
 TEST_F(CHostileUserTest, SquattedNamesNeitherSilenceAProgramNorMisleadTheOperator)
@@ -253,7 +255,6 @@ TEST_F(CHostileUserTest, SquattedNamesNeitherSilenceAProgramNorMisleadTheOperato
     // The old repro: the other user binds the names of this process and of the next pids.
     int last = 0;
     std::ifstream("/proc/sys/kernel/ns_last_pid") >> last;
-    const std::string self = std::to_string(getpid());
     const COtherUser squatter(NOBODY, [&](auto ready) {
         // `last`: the test process; its own pid: a name that stands for no pid ("/0").
         for (int pid = last; pid <= last + 300; ++pid) {
@@ -266,15 +267,15 @@ TEST_F(CHostileUserTest, SquattedNamesNeitherSilenceAProgramNorMisleadTheOperato
     CSyslogCapture syslog;
     vexlor_create_component("net", VX_WARN, "");  // starts the library, which loads the target
     EXPECT_EQ(1,
-              syslog.countContaining("control target: \"@vexlor-control/" + self + "\" is held by process " +
+              syslog.countContaining("control target: \"@vexlor-control/" + m_self + "\" is held by process " +
                                      std::to_string(squatter.pid()) + " (uid 65534); serving on \"@vexlor-control/" +
-                                     self + "."));
+                                     m_self + "."));
     CChildProcess app({VEXLOR_TEST_CONTROLLED_APP, "squatted"});
     ASSERT_EQ("ready", app.readLine());
     ASSERT_TRUE(app.pid() <= last + 300) << "the machine started 300 processes meanwhile";
 
     EXPECT_EQ(0, ctl({"set", "squatted", "net", "debug"}).status);
-    EXPECT_EQ(0, ctl({"show", self}).status);
+    EXPECT_EQ(0, ctl({"show", m_self}).status);
 }
 
 // What vexlorctl cannot ask is one line on stderr and nothing on stdout: no such process, one
@@ -283,10 +284,9 @@ TEST_F(CHostileUserTest, SquattedNamesNeitherSilenceAProgramNorMisleadTheOperato
 // printed escaped.
 TEST_F(CHostileUserTest, ReportsWhatItCannotAskInOneLineAndPrintsAnswersEscaped)
 {
-    const std::string self = std::to_string(getpid());
     std::vector<std::tuple<CCommandResult, std::string>> cases = {
         {ctl({"show", "999999999"}), "no process 999999999"},
-        {ctl({"show", self}), "process " + self + " is not controllable"},
+        {ctl({"show", m_self}), "process " + m_self + " is not controllable"},
         {ctl({"set", "nosuchapplication", "net", "1"}), "no controllable process of yours has the application name"},
     };
     // They answer every connection and stay: a vexlorctl list of another test run may connect
@@ -296,9 +296,9 @@ TEST_F(CHostileUserTest, ReportsWhatItCannotAskInOneLineAndPrintsAnswersEscaped)
     const COtherUser escapes(NOBODY, serving(0, "application\t\x1b]0;owned\x07\x1b[2J\xc2\x9b\x31m\nok\n"));
     const COtherUser endless(NOBODY, serving(0, std::string(8192, 'x')));
     ASSERT_TRUE(squatter.ready() && halfway.ready() && escapes.ready() && endless.ready());
-    cases.emplace_back(ctl({"show", self}),
-                       "\"@vexlor-control/" + self + "\" is held by process " + std::to_string(squatter.pid()) +
-                           " (uid 65534), not by process " + self + " (not asking it)");
+    cases.emplace_back(ctl({"show", m_self}),
+                       "\"@vexlor-control/" + m_self + "\" is held by process " + std::to_string(squatter.pid()) +
+                           " (uid 65534), not by process " + m_self + " (not asking it)");
     const std::string cut = std::to_string(halfway.pid());
     cases.emplace_back(ctl({"show", cut}), "process " + cut + " stopped answering (its control target went away)");
     const std::string endlessPid = std::to_string(endless.pid());
@@ -328,15 +328,14 @@ TEST_F(CHostileUserTest, TurnsOtherUsersAwayAtOnceAndServesRootWhileAClientDribb
     std::filesystem::copy_file(VEXLOR_TEST_VEXLORCTL, tool);
     CSyslogCapture syslog;
     vexlor_create_component("net", VX_WARN, "");  // starts the library, which loads the target
-    const std::string self = std::to_string(getpid());
     const COtherUser silent(NOBODY, [](auto ready) {
         readToEnd(connectTo(getppid())).find("error\tpermission denied") == 0 ? ready() : void();
     });
     EXPECT_TRUE(silent.ready());
     for (int attempt = 0; attempt < 2; ++attempt) {
-        const CCommandResult refused = runCommand({tool, "set", self, "net", "all"}, NOBODY);
+        const CCommandResult refused = runCommand({tool, "set", m_self, "net", "all"}, NOBODY);
         EXPECT_EQ(1, refused.status);
-        EXPECT_THAT(refused.err, HasSubstr(": permission denied: only uid 0 and root may control process " + self));
+        EXPECT_THAT(refused.err, HasSubstr(": permission denied: only uid 0 and root may control process " + m_self));
     }
     EXPECT_EQ(1, syslog.countContaining("control target: refused a request from uid 65534"));
     EXPECT_EQ(0x10u, vexlor_get_component_level("net"));
@@ -350,7 +349,7 @@ TEST_F(CHostileUserTest, TurnsOtherUsersAwayAtOnceAndServesRootWhileAClientDribb
         answered = readToEnd(fd).find("ok\n") != std::string::npos;
         close(fd);
     });
-    EXPECT_EQ(0, ctl({"set", self, "net", "0x190"}).status);
+    EXPECT_EQ(0, ctl({"set", m_self, "net", "0x190"}).status);
     dribbler.join();
     EXPECT_FALSE(answered);
     EXPECT_EQ(0x190u, vexlor_get_component_level("net"));
