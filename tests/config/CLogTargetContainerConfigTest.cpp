@@ -20,6 +20,11 @@
 
 namespace {
 
+int openDescriptors()
+{
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
 // The fixture is the container's component sink: it records every level set and refuses the
 // name "refused".
 class CLogTargetContainerConfigTest : public ::testing::Test, public IComponentCfgUpdateSink {
@@ -43,6 +48,7 @@ protected:
     CTempDir m_dir;
     CSyslogCapture m_syslog;
     Levels m_levels;
+    const int m_descriptors = openDescriptors();  // before the test opens any
 };
 
 // A component line has exactly two elements, with the blanks inside the bits dropped; keys are
@@ -63,14 +69,8 @@ TEST_F(CLogTargetContainerConfigTest, AppliesComponentLinesUntilALineFails)
 const std::string CHANGED = "logtarget-container: vexlor configfile changed, triggering re-read.";
 const std::string NO_WORKER = "logtarget-container: unable to initialize event-handling";
 
-int openDescriptors()
-{
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
 TEST_F(CLogTargetContainerConfigTest, WatcherRereadsTheWatchedFileAndMovesTheWatchToTheApplicationFile)
 {
-    const int descriptors = openDescriptors();
     const std::string defaultFile = m_dir.write("vexlor.cfg", targetLine(testpaths::recorder(), "name=a"));
     const std::string appFile = m_dir.write("vexlor-player.cfg", targetLine(testpaths::recorderTwin(), "name=p"));
     auto container = std::make_unique<CLogTargetContainer>(m_dir.path(), true, this);
@@ -99,7 +99,7 @@ TEST_F(CLogTargetContainerConfigTest, WatcherRereadsTheWatchedFileAndMovesTheWat
     writeFile(defaultFile, targetLine(testpaths::recorder(), "name=z"));
     container.reset();
     EXPECT_EQ(2, m_syslog.count(CHANGED));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(m_descriptors, openDescriptors());
 }
 
 // Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
@@ -109,7 +109,6 @@ TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescr
 {
 #ifndef __SANITIZE_ADDRESS__  // its runtime checks memory through a pipe of its own, which the limit denies
     m_dir.write("vexlor.cfg", "component = net,1\n");
-    const int descriptors = openDescriptors();
     // The limit below which `slots` descriptor numbers are free.
     const auto limitFor = [](int slots) {
         int fd = 0;
@@ -126,7 +125,7 @@ TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescr
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
         CLogTargetContainer(m_dir.path(), true, this);  // made and ended at once
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
-        EXPECT_EQ(descriptors, openDescriptors()) << slots;
+        EXPECT_EQ(m_descriptors, openDescriptors()) << slots;
     }
     EXPECT_EQ(3, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     EXPECT_EQ(Levels(4, {"net", "1"}), m_levels);
