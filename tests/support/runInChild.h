@@ -33,11 +33,12 @@ inline pid_t forkWhenOthersSleep()
 }
 
 // Waits for the child `pid` and returns its wait status; kills it after `limit` (a hang guard,
-// never a speed check), so no child outlives its test.
+// never a speed check), so no child outlives its test. A failed fork (pid -1) is no normal exit,
+// and never reaches waitpid or kill, where -1 means every child or every process.
 inline int reapChild(pid_t pid, std::chrono::seconds limit)
 {
-    int status = 0;
-    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
+    int status = -1;
+    if (pid > 0 && !waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
         kill(pid, SIGKILL);
         waitpid(pid, &status, 0);
     }
@@ -58,6 +59,6 @@ int runInChild(Body body, EForkMoment moment = EForkMoment::QUIET)
     if (pid == 0) {
         _exit(body());
     }
-    const int status = pid > 0 ? reapChild(pid, std::chrono::seconds(30)) : -1;
-    return pid > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const int status = reapChild(pid, std::chrono::seconds(30));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
