@@ -80,8 +80,10 @@ TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
 }
 
 // The ring keeps the records in order across its end, bounds them in bytes (the count: the relay
-// tests) and numbers every record it is handed, the dropped ones too.
-TEST(CRecordQueueTest, KeepsOrderAcrossTheRingsEndAndNumbersDroppedRecordsToo)
+// tests) and numbers every record it is handed, the dropped ones too. Once empty it goes on at its
+// beginning with the whole ring as room at once, and the sender, still at the old end, finds the
+// records there in order.
+TEST(CRecordQueueTest, KeepsOrderAcrossTheRingsEndNumbersDroppedRecordsAndStartsAgainOnceEmpty)
 {
     CWaiter waiter;
     CRecordQueue queue(1000, 128 << 10, waiter);
@@ -107,27 +109,16 @@ TEST(CRecordQueueTest, KeepsOrderAcrossTheRingsEndAndNumbersDroppedRecordsToo)
     EXPECT_EQ("x41 x42 s44 s45 s46 ", order.substr(0, 20));  // 43 was dropped
     EXPECT_EQ(42u - 40 + 30, queue.size());
     EXPECT_EQ(1u, nextSequence(2147483647u));
-}
 
-// A queue that ran empty goes on at the ring's beginning with the whole ring as room at once, and
-// the sender, still at the old end, finds the records there in order.
-TEST(CRecordQueueTest, GoesOnAtTheRingsBeginningOnceEmptyWithTheWholeRoom)
-{
-    CWaiter waiter;
-    CRecordQueue queue(1000, 128 << 10, waiter);
-    CQueuedRecord record;
-    CRecordQueue::Position position = queue.begin();
-    ASSERT_TRUE(queue.push(1, 0, 0, 0, 6, "app", "main", "net", "", std::string(3000, 'a')));
-    queue.read(position, record);
-    queue.release(position, 1);
-    int stored = 0;
+    queue.release(position, queue.size());
+    stored = 0;
     while (queue.push(1, 0, 0, 0, 6, "app", "main", "net", "", std::string(3000, 'b'))) {
         ++stored;
     }
     ASSERT_EQ(42, stored);
     for (int i = 0; i < stored; ++i) {
         queue.read(position, record);
-        EXPECT_EQ(i + 2u, record.sequence);
+        EXPECT_EQ(i + 74u, record.sequence);  // after 1-42 and 44-73; 43 was dropped
     }
     EXPECT_EQ(position, queue.end());
 }
