@@ -83,16 +83,13 @@ TEST_F(CFileTargetTest, AForkChildNeverWritesItsParentsBufferedRecords)
     log(VX_INFO, "parent 1");
     const bool childMayLog = childMayStartThreads();
     for (const bool childLogs : {false, childMayLog}) {
-        const pid_t child = forkWhenOthersSleep();
-        ASSERT_NE(-1, child);
-        if (child == 0) {
-            if (childLogs) {
-                log(VX_INFO, "child");
-            }
-            read("");  // the parent reads its configuration only when told
-            _exit(0);
-        }
-        expectCleanExit(child);
+        EXPECT_EQ(0, runInChild([&] {
+                      if (childLogs) {
+                          log(VX_INFO, "child");
+                      }
+                      read("");  // the parent reads its configuration only when told
+                      return 0;
+                  }));
     }
     log(VX_INFO, "parent 2");
     read("");
