@@ -3,7 +3,6 @@
 // records the target reports equal what the test counts, no log call waits, and nothing is left
 // behind. Relays refusing certificates are in CRemoteTargetTest.
 #include <arpa/inet.h>
-#include <filesystem>
 #include <netinet/in.h>
 #include <set>
 #include <sys/ioctl.h>
@@ -129,8 +128,7 @@ TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
     ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address));
     mounts.bind(m_dir.write("resolv.conf", "nameserver 127.0.0.77\noptions timeout:1 attempts:1\n"),
                 "/etc/resolv.conf");
-    const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
-    const auto threadsBefore = threads();
+    const auto before = descriptorsAndThreads();
 
     {
         // Attempts faster than the resolver gives up: the one lookup is taken up again each time.
@@ -154,9 +152,9 @@ TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
                                  "most) and delivery is retried"));
     read("");
     EXPECT_EQ(30, droppedAtTheEnd("remote target remote"));
-    // Freed as soon as the resolver gives up (1 s), and its threads end soon after.
+    // Freed as soon as the resolver gives up (1 s), and its threads and sockets end soon after.
     EXPECT_TRUE(waitUntil([] { return CResolver::liveLookups() == 0; }));
-    EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore; }));
+    EXPECT_TRUE(waitUntil([&] { return descriptorsAndThreads() == before; }));
     close(silent);
 }
 
