@@ -50,6 +50,10 @@ public:
     {
         m_fault.countInto(m_counters);
         countSuppressedInto(m_counters);
+        // Refused here rather than by the directory's opening, so that the refusal names the parameter.
+        if (m_dir.empty() || m_dir[0] != '/') {
+            throw std::runtime_error("dir=" + m_dir + ": not an absolute path");
+        }
         m_ring = makeRing();
     }
 
