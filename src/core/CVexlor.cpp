@@ -195,13 +195,12 @@ void CVexlor::unlockComponents() { m_registry.unlock(); }
 
 // Inlined into both callers: the log path is one call shorter.
 __attribute__((always_inline)) inline void CVexlor::deliver(vexlor_component* component, vexlor_level* level,
-                                                            CEmitting& current)
+                                                            CEmitting& current, CRecordTexts& texts)
 {
     CThreadData& self = current.self;
     timeval now{};
     gettimeofday(&now, nullptr);
     const int pid = vx::currentPid();
-    CRecordTexts& texts = current.current();
     if (self.functionNames.empty()) {
         texts.function.clear();
     } else {
@@ -224,8 +223,9 @@ __attribute__((always_inline)) inline void CVexlor::deliver(vexlor_component* co
 void CVexlor::log(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
 {
     CEmitting& current = currentEmitting();
-    vx::formatMessage(current.current().message, format, args);
-    deliver(component, level, current);
+    CRecordTexts& texts = current.current();
+    vx::formatMessage(texts.message, format, args);
+    deliver(component, level, current, texts);
 }
 
 void CVexlor::logToMain(vexlor_component* component, vexlor_level* level, const char* format, va_list args)
@@ -236,8 +236,9 @@ void CVexlor::logToMain(vexlor_component* component, vexlor_level* level, const 
 void CVexlor::emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length)
 {
     CEmitting& current = currentEmitting();
-    current.current().message.assign(text, length);
-    deliver(component, level, current);
+    CRecordTexts& texts = current.current();
+    texts.message.assign(text, length);
+    deliver(component, level, current, texts);
 }
 
 void CVexlor::emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text)

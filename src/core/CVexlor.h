@@ -19,7 +19,8 @@
 
 namespace vx {
 struct CEmitting;  // the texts of the records a thread is emitting (CVexlor.cpp)
-}
+struct CRecordTexts;  // the texts of one record under delivery (CVexlor.cpp)
+}  // namespace vx
 
 class VEXLOR_API CVexlor final : public IComponentCfgUpdateSink {
 public:
@@ -83,8 +84,9 @@ private:
     // The one step every record takes after the filter: time, pid, the thread's record, the
     // container. `text` is the finished message.
     VEXLOR_LOCAL void emit(vexlor_component* component, vexlor_level* level, const char* text, std::size_t length);
-    // What emit and log share once the message is in this thread's current texts.
-    VEXLOR_LOCAL void deliver(vexlor_component* component, vexlor_level* level, vx::CEmitting& current);
+    // What emit and log share once the message is in `texts`, this thread's current texts.
+    VEXLOR_LOCAL void deliver(vexlor_component* component, vexlor_level* level, vx::CEmitting& current,
+                              vx::CRecordTexts& texts);
     // Filter, then emit: for the library's own fixed texts.
     VEXLOR_LOCAL void emitIfEnabled(vexlor_component* component, vexlor_level* level, const char* text);
 
