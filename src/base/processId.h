@@ -6,6 +6,7 @@
 namespace vx {
 
 // The kept value, 0 until the first record asks; fetchPid() reads and keeps it.
+extern std::atomic<int> cachedPid;
 int fetchPid();
 
 // Exactly what getpid() returns now: the value is kept by the library and refreshed in the child
@@ -13,7 +14,6 @@ int fetchPid();
 // without exec are not covered.
 inline int currentPid()
 {
-    extern std::atomic<int> cachedPid;
     const int pid = cachedPid.load(std::memory_order_relaxed);
     return pid != 0 ? pid : fetchPid();
 }
