@@ -102,7 +102,9 @@ public:
                 _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(STOP)), _mm_cmpeq_epi8(block, _mm_setzero_si128())));
             if (found != 0) {
                 const auto count = static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned int>(found)));
-                copyShort(m_cursor, text, count);
+                // The whole block: what lies past the text is overwritten by the next piece or left
+                // past the terminating zero, and one store costs less than a copy of `count` bytes.
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(m_cursor), block);
                 m_cursor += count;
                 return text + count;
             }
@@ -152,7 +154,7 @@ public:
         }
     }
 
-    std::size_t length() const { return static_cast<std::size_t>(m_cursor - m_start) + m_beyond; }
+    unsigned long long length() const { return static_cast<std::size_t>(m_cursor - m_start) + m_beyond; }
 
 private:
     static constexpr std::size_t SHORT = 16;
@@ -183,26 +185,10 @@ private:
     char* m_cursor;
     char* const m_end;
     const bool m_terminated;
-    std::size_t m_beyond = 0;  // characters past the cut
+    unsigned long long m_beyond = 0;  // characters past the cut; 64 bits, so that no sum wraps
 };
 
 char COutput::NO_BUFFER;
-
-bool isConversion(char c)
-{
-    switch (c) {
-    case 'd':
-    case 'i':
-    case 'u':
-    case 'o':
-    case 'x':
-    case 'X':
-    case 'c':
-    case 's':
-    case 'p': return true;
-    default: return false;
-    }
-}
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -370,11 +356,15 @@ ALWAYS_INLINE char* decimalDigits(char* end, unsigned long long value)
     return end;
 }
 
-std::size_t decimalLength(unsigned long long value)
+// Most numbers in messages have up to four digits: those without a loop.
+ALWAYS_INLINE std::size_t decimalLength(unsigned long long value)
 {
+    if (value < 10000) {
+        return 1 + std::size_t{value >= 10} + std::size_t{value >= 100} + std::size_t{value >= 1000};
+    }
     constexpr std::size_t MAX_DECIMAL = 20;
-    std::size_t length = 1;
-    for (unsigned long long bound = 10; value >= bound && length < MAX_DECIMAL; bound *= 10) {
+    std::size_t length = 5;
+    for (unsigned long long bound = 100000; value >= bound && length < MAX_DECIMAL; bound *= 10) {
         ++length;
     }
     return length;
@@ -598,6 +588,16 @@ ALWAYS_INLINE bool convert(COutput& out, const CDirective& directive, va_list& a
     }
 }
 
+// A conversion without flags, width, precision or length modifier, the commonest in log messages:
+// with this directive's constant fields the compiler drops every test of them from convert().
+template <char CONVERSION>
+ALWAYS_INLINE bool convertBare(COutput& out, va_list& args)
+{
+    CDirective directive;
+    directive.conversion = CONVERSION;
+    return convert(out, directive, args);
+}
+
 // The whole message, or -1 when some part of it is left to vsnprintf.
 int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
 {
@@ -608,21 +608,32 @@ int formatOwn(char* buffer, std::size_t size, const char* format, va_list& args)
         if (*percent == '\0') {
             break;
         }
-        p = percent + 1;
-        if (*p == '%') {
-            out.put(p++, 1);
-            continue;
-        }
-        CDirective directive;
-        if (isConversion(*p)) {
-            // Most conversions in log messages are bare: with this directive's constant fields the
-            // compiler drops every test of flags, width and precision from this copy of convert().
-            directive.conversion = *p++;
-            if (!convert(out, directive, args)) {
+        p = percent + 2;
+        // A bare number, character or pointer adds at most 22 characters for the format's two: the
+        // check after the loop sees their sum. A string or a directive may add any number.
+        switch (percent[1]) {
+        case '%': out.put(percent, 1); continue;
+        case 'd': convertBare<'d'>(out, args); continue;
+        case 'i': convertBare<'i'>(out, args); continue;
+        case 'u': convertBare<'u'>(out, args); continue;
+        case 'x': convertBare<'x'>(out, args); continue;
+        case 'X': convertBare<'X'>(out, args); continue;
+        case 'o': convertBare<'o'>(out, args); continue;
+        case 'c': convertBare<'c'>(out, args); continue;
+        case 'p': convertBare<'p'>(out, args); continue;
+        case 's':
+            if (!convertBare<'s'>(out, args)) {
                 return -1;
             }
-        } else if (!parseDirective(p, args, directive) || !convert(out, directive, args)) {
-            return -1;
+            break;
+        default: {
+            p = percent + 1;
+            CDirective directive;
+            if (!parseDirective(p, args, directive) || !convert(out, directive, args)) {
+                return -1;
+            }
+            break;
+        }
         }
         // vsnprintf fails with EOVERFLOW where the result does not fit an int.
         if (out.length() > INT_MAX) {

@@ -30,3 +30,14 @@ inline int libc(char* buffer, std::size_t size, const char* format, ...)
 }
 
 #pragma GCC diagnostic pop
+
+// The bytes both define for a result of `length` in a buffer of `size`: the text up to the cut and
+// its terminating zero. The rest of the buffer is the formatter's scratch space.
+inline std::size_t definedBytes(int length, std::size_t size)
+{
+    if (size == 0 || length < 0) {
+        return 0;
+    }
+    const auto whole = static_cast<std::size_t>(length);
+    return (whole < size - 1 ? whole : size - 1) + 1;
+}

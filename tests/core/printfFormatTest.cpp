@@ -23,8 +23,8 @@
 
 namespace {
 
-// Both into a buffer of `size` bytes followed by a guard: same result and every byte the same,
-// so a byte written past the cut shows too.
+// Both into a buffer of `size` bytes followed by a guard: same result, same text, and the guard
+// untouched, so a byte written past the buffer shows too.
 template <typename... Args>
 ::testing::AssertionResult sameAsLibc(std::size_t size, const char* format, Args... args)
 {
@@ -33,7 +33,9 @@ template <typename... Args>
     std::string actual(size + GUARD, '~');
     const int expectedResult = libc(expected.data(), size, format, args...);
     const int actualResult = ours(actual.data(), size, format, args...);
-    if (expectedResult == actualResult && expected == actual) {
+    const std::size_t defined = definedBytes(expectedResult, size);
+    if (expectedResult == actualResult && expected.compare(0, defined, actual, 0, defined) == 0 &&
+        expected.compare(size, GUARD, actual, size, GUARD) == 0) {
         return ::testing::AssertionSuccess();
     }
     using ::testing::PrintToString;

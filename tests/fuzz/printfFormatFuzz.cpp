@@ -1,7 +1,8 @@
 // Fuzzes the message formatter against the C library's vsnprintf. The input bytes choose a format
 // of literal text and directives, the arguments its conversions read (each of the type the
 // conversion reads, never one for %n or a positional argument), a buffer size and errno; the
-// bytes and results must be equal.
+// texts and results must be equal.
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -138,7 +139,9 @@ void compare(const CCase& c, Args... args)
     const int actualResult = ours(actual.data(), c.size, c.format.c_str(), args...);
     // After a failure only the terminated text is the C library's to define.
     if (expectedResult != actualResult ||
-        (expectedResult >= 0 ? expected != actual : c.size != 0 && std::strcmp(expected.data(), actual.data()) != 0)) {
+        (expectedResult >= 0
+             ? !std::equal(actual.begin(), actual.begin() + definedBytes(expectedResult, c.size), expected.begin())
+             : c.size != 0 && std::strcmp(expected.data(), actual.data()) != 0)) {
         std::fprintf(stderr, "format \"%s\", %zu bytes: %d \"%.*s\", the C library %d \"%.*s\"\n", c.format.c_str(),
                      c.size, actualResult, static_cast<int>(c.size), actual.data(), expectedResult,
                      static_cast<int>(c.size), expected.data());
