@@ -16,13 +16,11 @@ public:
 
     CVexlor* get() { return m_gone.load(std::memory_order_acquire) ? standIn() : &m_instance; }
 
-    // The instance this thread is building, if any. The first configuration read loads plug-ins
-    // whose hooks and targets may call the library: they must reach the instance under
-    // construction instead of waiting for its construction to end.
-    static CVexlor* underConstruction(CVexlor* constructingHere)
-    {
-        return ms_constructions.load(std::memory_order_relaxed) != 0 ? constructingHere : nullptr;
-    }
+    // Whether some thread is building an instance: only then may this thread be the one, and its
+    // thread-local worth a look. The first configuration read loads plug-ins whose hooks and
+    // targets may call the library: they must reach the instance under construction instead of
+    // waiting for its construction to end.
+    static bool anyUnderConstruction() { return ms_constructions.load(std::memory_order_relaxed) != 0; }
 
 private:
     // Marks the instance for the constructing thread while its constructor runs. The count keeps

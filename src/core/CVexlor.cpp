@@ -134,8 +134,8 @@ CVexlor::~CVexlor() = default;
 
 CVexlor* CVexlor::getInstance()
 {
-    if (CVexlor* building = CInstanceSlot::underConstruction(mainConstructingHere)) {
-        return building;
+    if (CInstanceSlot::anyUnderConstruction() && mainConstructingHere != nullptr) {
+        return mainConstructingHere;
     }
     static CInstanceSlot slot(true, mainConstructingHere);
     return slot.get();
@@ -143,8 +143,8 @@ CVexlor* CVexlor::getInstance()
 
 CVexlor* CVexlor::getInstance_NoVexlor()
 {
-    if (CVexlor* building = CInstanceSlot::underConstruction(noVexlorConstructingHere)) {
-        return building;
+    if (CInstanceSlot::anyUnderConstruction() && noVexlorConstructingHere != nullptr) {
+        return noVexlorConstructingHere;
     }
     static CInstanceSlot slot(false, noVexlorConstructingHere);
     return slot.get();
