@@ -4,7 +4,6 @@
 // changes needs no restoring.
 #include <csignal>
 #include <cstring>
-#include <poll.h>
 #include <pty.h>
 #include <syslog.h>
 #include <tuple>
@@ -34,18 +33,6 @@ struct CRedirect {
     int m_fd;
     int m_saved;
 };
-
-// What waits on `fd`: the read end of a pipe or a terminal's master side.
-std::string drain(int fd)
-{
-    std::string text;
-    char buffer[4096];
-    pollfd ready{fd, POLLIN, 0};
-    for (ssize_t got; poll(&ready, 1, 100) == 1 && (got = ::read(fd, buffer, sizeof buffer)) > 0;) {
-        text.append(buffer, static_cast<std::size_t>(got));
-    }
-    return text;
-}
 
 // color=auto colours only a terminal with a usable TERM while NO_COLOR is unset or empty; each
 // level its colour; standard error unless stream=stdout.
@@ -82,7 +69,8 @@ TEST_F(CConsoleTargetTest, ColoursByLevelOnlyWhereThePolicyAllows)
             }
             read("");
         }
-        EXPECT_EQ(coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", drain(fds[0])) << "case " << &c - cases;
+        EXPECT_EQ(coloured ? colours : "0\n2\n3\n4\n5\n6\n7\n8\n", readWhileArriving(fds[0], 100))
+            << "case " << &c - cases;
         close(fds[0]);
         close(fds[1]);
     }
@@ -131,7 +119,7 @@ TEST_F(CConsoleTargetTest, SurvivesAClosedPipeAndCountsWhatItLost)
         EXPECT_EQ((CCounters{{"written", 1}, {"dropped", 0}, {"lost", 6}, {"suppressed", 0}}), statsOf("console"));
         read("");
     }
-    EXPECT_EQ("delivered\n", drain(working[0]));
+    EXPECT_EQ("delivered\n", readWhileArriving(working[0], 100));
     EXPECT_EQ(2, m_syslog.countStarting(started, LOG_ERR));
     EXPECT_EQ(1, m_syslog.countStarting(who + ": 2 records lost", LOG_ERR));
 }

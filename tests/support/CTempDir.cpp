@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <unistd.h>
 
 CTempDir::CTempDir()
 {
@@ -42,6 +44,17 @@ std::string readFile(const std::string& path)
     std::ostringstream content;
     content << in.rdbuf();
     return content.str();
+}
+
+std::string readWhileArriving(int fd, int waitMs)
+{
+    std::string text;
+    char buffer[4096];
+    pollfd ready{fd, POLLIN, 0};
+    for (ssize_t got; poll(&ready, 1, waitMs) == 1 && (got = read(fd, buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<std::size_t>(got));
+    }
+    return text;
 }
 
 void removeTree(const std::string& path)

@@ -24,5 +24,8 @@ private:
 // Writes a whole file in place (truncate, write, close).
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
+// What arrives on `fd` (a pipe, a socket, a terminal) until it ends or nothing more comes for
+// `waitMs` milliseconds.
+std::string readWhileArriving(int fd, int waitMs);
 // Removes a directory tree or file; missing paths are fine.
 void removeTree(const std::string& path);

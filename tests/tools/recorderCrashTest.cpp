@@ -8,11 +8,10 @@
 #include <random>
 #include <regex>
 #include <sstream>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "CCommand.h"
 #include "CCompiledPaths.h"
+#include "vexlorctl.h"
 
 namespace {
 
@@ -47,11 +46,10 @@ protected:
     }
 
     // vexlorctl dump; with --pattern=%T %m every line must be a whole record, without gaps.
-    static CDump dump(const std::vector<std::string>& args)
+    static CDump dump(std::vector<std::string> args)
     {
-        std::vector<std::string> argv{VEXLOR_TEST_VEXLORCTL, "dump"};
-        argv.insert(argv.end(), args.begin(), args.end());
-        const CCommandResult result = runCommand(argv);
+        args.insert(args.begin(), "dump");
+        const CCommandResult result = vexlorctl(args);
         CDump out{result.status, result.err, {}, {}, {}};
         static const std::regex summary("-- (\\d+) records printed( \\(of \\d+ held\\))?, (\\d+) overwritten before "
                                         "the oldest one held, (\\d+) torn or corrupt skipped.*");
@@ -117,7 +115,7 @@ TEST_F(CRecorderCrashTest, ListsAndDumpsRingsEndedLiveAndWrittenOnArmhf)
     const pid_t ended = run("exit");
     CChildProcess live({VEXLOR_TEST_RING_CRASH_APP, m_started, "kill"});
     ASSERT_EQ("ready", live.readLine());
-    const std::string rings = runCommand({VEXLOR_TEST_VEXLORCTL, "rings", "--dir=" + m_rings}).out;
+    const std::string rings = vexlorctl({"rings", "--dir=" + m_rings}).out;
     for (const std::string& line : {std::to_string(ended) + " +crashing +ended +this ",
                                     std::to_string(live.pid()) + " +crashing +alive +this "}) {
         EXPECT_TRUE(std::regex_search(rings, std::regex("\\n" + line))) << rings;
@@ -129,8 +127,7 @@ TEST_F(CRecorderCrashTest, ListsAndDumpsRingsEndedLiveAndWrittenOnArmhf)
     EXPECT_EQ(2, dump({"crashing", "--dir=" + m_rings, "--pattern=%q"}).status);
 
     const CCommandResult armhf =
-        runCommand({VEXLOR_TEST_VEXLORCTL, "dump", VEXLOR_TEST_SOURCE_DIR "/../shipped/data/recorder-armhf.ring",
-                    "--last", "2", "--utc"});
+        vexlorctl({"dump", VEXLOR_TEST_SOURCE_DIR "/../shipped/data/recorder-armhf.ring", "--last", "2", "--utc"});
     EXPECT_EQ(0, armhf.status) << armhf.err;
     EXPECT_EQ("2099-01-01 00:16:38.998000 golden[4242] DEBUG net [thread 0]     poll: message 998.....\n"
               "2099-01-01 00:16:39.999000 golden[4242] ERR net [thread 1]       poll: message 999" +

@@ -13,21 +13,15 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "CCommand.h"
 #include "COtherUser.h"
 #include "CSyslogCapture.h"
 #include "container/CLogTargetContainer.h"
+#include "vexlorctl.h"
 
 namespace {
 
 const int USER = NOBODY - 1;  // without $XDG_RUNTIME_DIR, its rings' default directory is under FALLBACK
 const std::string FALLBACK = "/tmp/vexlor-" + std::to_string(USER);
-
-CCommandResult vexlorctl(std::vector<std::string> args, int asUid = -1)
-{
-    args.insert(args.begin(), VEXLOR_TEST_VEXLORCTL);
-    return runCommand(args, asUid);
-}
 
 class CRecorderOtherUserTest : public COtherUserTest {
 protected:
