@@ -3,7 +3,6 @@
 #include <chrono>
 #include <future>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <thread>
 
 #include "CMainInstanceTest.h"

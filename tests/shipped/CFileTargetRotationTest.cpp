@@ -64,11 +64,10 @@ protected:
 TEST_F(CFileTargetRotationTest, RotatesBySizeKeepingMaxFilesAndCountingAnExistingFile)
 {
     for (const std::string buffer : {"", ", buffer=4K, flush-ms=3600000"}) {
-        removeTree(m_logs);
-        std::filesystem::create_directory(m_logs);
-        const std::string path = logPath("a.log");
+        const std::string file = buffer.empty() ? "a.log" : "b.log";
+        const std::string path = logPath(file);
         writeFile(path, std::string(949, 'p') + "\n");  // 950 bytes: the first record no longer fits
-        read(fileTarget("a.log", "pattern=%m, max-size=1K, max-files=2" + buffer));
+        read(fileTarget(file, "pattern=%m, max-size=1K, max-files=2" + buffer));
         logRecords(0, 30);
         read("");
         EXPECT_EQ(range(20, 10), recordNumbers(linesOf(path))) << buffer;
@@ -83,9 +82,8 @@ TEST_F(CFileTargetRotationTest, RotatesBySizeKeepingMaxFilesAndCountingAnExistin
 TEST_F(CFileTargetRotationTest, TwoProcessesRotatingOneFileLoseNothing)
 {
     for (const std::string buffer : {"", ", buffer=4K, flush-ms=3600000"}) {
-        removeTree(m_logs);
-        std::filesystem::create_directory(m_logs);
-        m_dir.write("vexlor.cfg", fileTarget("app.log", "pattern=%m, max-size=16K, max-files=999" + buffer));
+        const std::string file = buffer.empty() ? "a.log" : "b.log";
+        m_dir.write("vexlor.cfg", fileTarget(file, "pattern=%m, max-size=16K, max-files=999" + buffer));
         int start[2];
         ASSERT_EQ(0, pipe(start));
         pid_t children[2];
@@ -107,7 +105,7 @@ TEST_F(CFileTargetRotationTest, TwoProcessesRotatingOneFileLoseNothing)
         close(start[1]);
         expectCleanExit(children[0]);
         expectCleanExit(children[1]);
-        const std::vector<std::string> lines = linesOf(logPath("app.log*"));
+        const std::vector<std::string> lines = linesOf(logPath(file + "*"));
         EXPECT_EQ(range(0, 20000), recordNumbers(lines)) << buffer;
         EXPECT_EQ(20000u, lines.size()) << buffer;
     }

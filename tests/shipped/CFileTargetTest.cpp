@@ -69,7 +69,6 @@ TEST_F(CFileTargetTest, BuffersUntilTheBufferFillsAnUrgentRecordComesTheTimerRun
     // The other target's timer writes within flush-ms; then, with nothing buffered, its thread
     // sleeps until there is something to do.
     ASSERT_TRUE(waitUntil([&] { return recordNumbers(linesOf(logPath("timed.log"))).size() == 13; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     expectSleepsWhileIdle("vexlor-file");
     read("");
     EXPECT_EQ(range(0, 13), recordNumbers(linesOf(path)));

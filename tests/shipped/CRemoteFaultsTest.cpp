@@ -102,9 +102,8 @@ TEST_F(CRemoteFaultsTest, SendsAgainWhatAResettingRelayDidNotAcknowledge)
     EXPECT_GT(discarded, 0u);
     EXPECT_EQ(0, m_syslog.countContaining("dropped at the end"));
     EXPECT_LE(1,
-              m_syslog.countContaining("lost the connection to tcp 127.0.0.1:" + std::to_string(resetting.port()) +
-                                       " - connection reset by the relay; records that its TCP had acknowledged "
-                                       "may be lost"));
+              m_syslog.countContaining(
+                  " - connection reset by the relay; records that its TCP had acknowledged may be lost"));
 }
 
 // The relay's name is looked up with a DNS server that never answers: each attempt waits at most
@@ -147,9 +146,9 @@ TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
          ", host=relay.vexlor-test, connect-timeout-ms=100, retry-ms=20, "
          "retry-max-ms=50, drain-ms=100\n");
     logNumbered(0, 30);
-    EXPECT_TRUE(m_syslog.waitFor("remote target remote: cannot deliver to tcp relay.vexlor-test:514 - cannot resolve - "
-                                 "no answer in time; records wait in the queue (10000 records or 16777216 bytes at "
-                                 "most) and delivery is retried"));
+    const std::string fault =
+        "remote: cannot deliver to tcp relay.vexlor-test:514 - cannot resolve - no answer in time";
+    EXPECT_TRUE(waitUntil([&] { return m_syslog.countContaining(fault) == 1; }));
     read("");
     EXPECT_EQ(30, droppedAtTheEnd("remote target remote"));
     // Freed as soon as the resolver gives up (1 s), and its threads and sockets end soon after.

@@ -58,14 +58,11 @@ TEST(CRfc5424FormatterTest, CutsDatagramsOnUtf8Boundaries)
 {
     // A cut point that falls inside a sequence moves before it.
     EXPECT_EQ(1u, utf8PrefixLength("a\xF0\x9F\x98\x80", 4));
-    CRfc5424Options options;
-    options.hostname = "h";
-    options.maxLength = 480;
+    CRfc5424Options options{1, "h", "vexlor@32473", true, true, 480, false};  // with a byte order mark
     std::string text;
     for (int i = 0; i < 200; ++i) {
         text += "\xE2\x82\xAC";  // € (three bytes)
     }
-    options.bom = true;
     const std::string datagram = format(options, record(text));
     EXPECT_EQ("] \xEF\xBB\xBF\xE2\x82\xAC", datagram.substr(datagram.find("] "), 8));
     EXPECT_TRUE(datagram.size() <= 480 && datagram.size() > 477) << datagram.size();

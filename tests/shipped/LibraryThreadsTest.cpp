@@ -28,9 +28,7 @@ TEST(LibraryThreadsTest, AreNamedAndNeverRunTheApplicationsSignalHandlers)
     }
 
     // The test's own thread blocks the signal: any thread that left it unblocked would take it.
-    struct sigaction action { };
-    action.sa_handler = recordThread;
-    sigaction(SIGUSR2, &action, nullptr);
+    signal(SIGUSR2, recordThread);
     sigset_t usr2;
     sigemptyset(&usr2);
     sigaddset(&usr2, SIGUSR2);

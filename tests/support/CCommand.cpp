@@ -44,13 +44,6 @@ int reap(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-std::string contentOf(FILE* file)
-{
-    const std::string text = readFile("/proc/self/fd/" + std::to_string(fileno(file)));
-    std::fclose(file);
-    return text;
-}
-
 }  // namespace
 
 CCommandResult runCommand(const std::vector<std::string>& argv, int asUid)
@@ -62,8 +55,10 @@ CCommandResult runCommand(const std::vector<std::string>& argv, int asUid)
     CCommandResult result;
     result.status = reap(start(argv, none, fileno(out), fileno(err), asUid));
     close(none);
-    result.out = contentOf(out);
-    result.err = contentOf(err);
+    result.out = readFile("/proc/self/fd/" + std::to_string(fileno(out)));
+    result.err = readFile("/proc/self/fd/" + std::to_string(fileno(err)));
+    std::fclose(out);
+    std::fclose(err);
     return result;
 }
 

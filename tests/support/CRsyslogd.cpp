@@ -128,7 +128,13 @@ void CRsyslogd::start()
         execlp("rsyslogd", "rsyslogd", "-n", "-f", config.c_str(), "-i", pidFile.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    if (!waitUntil([this] { return listening(); })) {
+    // Over UDP the port is taken once it listens; over TCP a connection is accepted.
+    const int type = m_input == CInput::UDP ? SOCK_DGRAM : SOCK_STREAM;
+    const auto listening = [this, type] {
+        int port = m_port;  // tryAddress overwrites it
+        return tryAddress(m_address, port, type, type == SOCK_STREAM) == (type == SOCK_STREAM ? 0 : EADDRINUSE);
+    };
+    if (!waitUntil(listening)) {
         throw std::runtime_error("rsyslogd does not listen; see " + output);
     }
 }
@@ -149,15 +155,6 @@ void CRsyslogd::signal(int signal) const
     if (m_pid > 0 && kill(m_pid, signal) == 0 && signal == SIGSTOP) {
         waitpid(m_pid, nullptr, WUNTRACED);
     }
-}
-
-bool CRsyslogd::listening() const
-{
-    int port = m_port;
-    if (m_input == CInput::UDP) {
-        return tryAddress(m_address, port, SOCK_DGRAM, false) == EADDRINUSE;
-    }
-    return tryAddress(m_address, port, SOCK_STREAM, true) == 0;
 }
 
 std::vector<CReceived> CRsyslogd::received() const

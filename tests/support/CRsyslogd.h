@@ -46,7 +46,6 @@ public:
     void stop(int signal = SIGTERM);
     // Sends `signal`; after SIGSTOP, once every thread has stopped (its kernel still takes some).
     void signal(int signal) const;
-    bool listening() const;
 
     // Every message received so far (the file is kept across restarts).
     std::vector<CReceived> received() const;
