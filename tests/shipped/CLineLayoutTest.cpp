@@ -32,7 +32,7 @@ std::string formatted(const std::string& pattern, const CFields& fields = CField
     return formatted(layout, fields);
 }
 
-TEST(CLineLayoutTest, FillsEveryTokenFromTheRecord)
+TEST(CLineLayoutTest, FillsEveryTokenFromTheRecordEscapingControlBytesAtAnyLength)
 {
     EXPECT_EQ("2100-01-01 00:00:00.000007 player[4242] WARN net [main]   poll: link down",
               formatted(CLineLayout::DEFAULT_PATTERN));
@@ -50,6 +50,20 @@ TEST(CLineLayoutTest, FillsEveryTokenFromTheRecord)
         names += formatted("%l ", CFields{1, Y2100, level});
     }
     EXPECT_EQ("EMERG ALERT CRIT ERR WARN NOTICE INFO DEBUG TRACE ALL 12 ", names);
+
+    // A field can neither end the line nor forge another one; everything else is left as it came.
+    CFields fields{
+        1, Y2100, nullptr, "t\n", "c\r", "f\t", std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(", "p\x1b[31m"};
+    EXPECT_EQ("t\\n|c\\r|f\\t|a\\x00b\\x1f\\x7f\\n \xc3\xbc \xff\xc3(|p\\x1b[31m", formatted("%T|%c|%f|%m|%a", fields));
+
+    // Lines longer than the layout's inline buffer: 12000 bytes once escaped.
+    fields.thread = std::string(3000, 't');
+    fields.message = std::string(3000, '\x01');
+    std::string escaped;
+    for (int i = 0; i < 3000; ++i) {
+        escaped += "\\x01";
+    }
+    EXPECT_EQ("<" + fields.thread + ">" + escaped, formatted("<%T>%m", fields));
 }
 
 // Each layout keeps the text of the last second: the next second and a step back must be right.
@@ -66,23 +80,6 @@ TEST(CLineLayoutTest, ShowsLocalOrUniversalTimeAndFollowsTheSecond)
     fields.seconds = Y2100 - 1;
     EXPECT_EQ("2099-12-31 23:59:59.000007", formatted(utc, fields));
     EXPECT_EQ("2100-01-01 01:59:59.000007", formatted(local, fields));
-}
-
-// A field can neither end the line nor forge another one; everything else is left as it came.
-TEST(CLineLayoutTest, EscapesControlBytesInEveryFieldAndPassesOtherBytesAtAnyLength)
-{
-    CFields fields{
-        1, Y2100, nullptr, "t\n", "c\r", "f\t", std::string("a\0b\x1f\x7f", 5) + "\\n \xc3\xbc \xff\xc3(", "p\x1b[31m"};
-    EXPECT_EQ("t\\n|c\\r|f\\t|a\\x00b\\x1f\\x7f\\n \xc3\xbc \xff\xc3(|p\\x1b[31m", formatted("%T|%c|%f|%m|%a", fields));
-
-    // Lines longer than the layout's inline buffer: 12000 bytes once escaped.
-    fields.thread = std::string(3000, 't');
-    fields.message = std::string(3000, '\x01');
-    std::string escaped;
-    for (int i = 0; i < 3000; ++i) {
-        escaped += "\\x01";
-    }
-    EXPECT_EQ("<" + fields.thread + ">" + escaped, formatted("<%T>%m", fields));
 }
 
 }  // namespace

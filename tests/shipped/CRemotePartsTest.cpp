@@ -24,7 +24,7 @@ std::string format(const CRfc5424Options& options, const CQueuedRecord& r)
 }
 
 // The usual fields are proven against rsyslogd; here what it would not show.
-TEST(CRfc5424FormatterTest, CleansAndCutsHeaderFieldsAndEscapesStructuredData)
+TEST(CRfc5424FormatterTest, WritesTimesAndCleansCutsAndEscapesHeaderFieldsAndStructuredData)
 {
     EXPECT_EQ("dev01", headerField("dev 01\xC3\xA9\t", 48));  // blanks, control and non-ASCII bytes dropped
     EXPECT_EQ("-", headerField(" \x01\xFF", 48));  // nothing printable left: NILVALUE
@@ -44,10 +44,8 @@ TEST(CRfc5424FormatterTest, CleansAndCutsHeaderFieldsAndEscapesStructuredData)
     for (const char* bad : {"a b@1", "a]@1", "abcdefghijklmnopqrstuvwxyz@1234567"}) {
         EXPECT_FALSE(isValidSdId(bad)) << bad;
     }
-}
 
-TEST(CRfc5424FormatterTest, WritesUtcOrLocalTimeWithMicroseconds)
-{
+    // TIMESTAMP in UTC or with the local offset, to the microsecond.
     EXPECT_EQ("2024-02-29T13:05:09.123456Z", rfc3339Time(1709211909LL, 123456, true));
     setenv("TZ", "<+0530>-5:30", 1);
     tzset();

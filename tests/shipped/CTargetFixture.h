@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <vector>
 #include <unistd.h>
@@ -129,11 +128,4 @@ inline bool childMayStartThreads()
 #else
     return std::getenv("VEXLOR_TEST_EMULATOR") == nullptr;
 #endif
-}
-
-// Waits for the child `pid` and expects a clean exit.
-inline void expectCleanExit(pid_t pid)
-{
-    const int status = reapChild(pid, std::chrono::seconds(20));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }

@@ -23,14 +23,9 @@ namespace {
 const int USER = NOBODY - 1;  // without $XDG_RUNTIME_DIR, its rings' default directory is under FALLBACK
 const std::string FALLBACK = "/tmp/vexlor-" + std::to_string(USER);
 
+// The container reads the recorder target's line in m_dir when it is told.
 class CRecorderOtherUserTest : public COtherUserTest {
 protected:
-    // A configuration of the recorder target with `parameters`, read when the container is told.
-    void configure(const std::string& parameters)
-    {
-        m_dir.write("vexlor.cfg", "target = " VEXLOR_TEST_TARGET_RECORDER + parameters + "\n");
-    }
-
     CSyslogCapture m_syslog;
     CLogTargetContainer m_container{m_dir.path(), false, nullptr};
 };
@@ -43,7 +38,7 @@ TEST_F(CRecorderOtherUserTest, TargetRefusesADirectoryTheyMadeOrLinked)
     // A program of `uid` loads a recorder with `dir`; 0 when syslog said `error` once (or, for
     // none, no error at all).
     const auto program = [&](int uid, const std::string& dir, const std::string& error) {
-        configure(dir);
+        m_dir.write("vexlor.cfg", "target = " VEXLOR_TEST_TARGET_RECORDER + dir + "\n");
         return runInChild([&] {
             if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) {
                 return 2;
@@ -87,7 +82,9 @@ TEST_F(CRecorderOtherUserTest, VexlorctlReadsWhatTheyPlantWithinBoundsEscapedAnd
     // a terminal, as would the application's name (with C0 controls only: a configuration file
     // drops bytes over 0x7f) and a file name of theirs.
     const std::string application = "\x1b]0;root@host\x07";
-    configure(", size=16K, dir=" + m_dir.file("root") + ", application-name=" + application);
+    m_dir.write("vexlor.cfg",
+                "target = " VEXLOR_TEST_TARGET_RECORDER ", size=16K, dir=" + m_dir.file("root") +
+                    ", application-name=" + application + "\n");
     m_container.onCfgUpdate();
     m_container.log(4242, 0, 0, 0, VX_INFO, "t\x1b[2J", "c\xc2\x9b\x31m", "f\n", "m\xff\xe2\x82");
     const std::string secret = m_dir.file("root/" + application + "." + std::to_string(getpid()) + ".ring");
