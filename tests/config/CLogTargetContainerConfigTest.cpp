@@ -2,9 +2,7 @@
 // thread with real inotify (re-reads, the watch moving to the application's file, set-up
 // failures, the end of the worker).
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
 #include <sys/resource.h>
 #include <syslog.h>
@@ -19,11 +17,6 @@
 #include "testPaths.h"
 
 namespace {
-
-int openDescriptors()
-{
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 
 // The fixture is the container's component sink: it records every level set and refuses the
 // name "refused".
@@ -48,7 +41,7 @@ protected:
     CTempDir m_dir;
     CSyslogCapture m_syslog;
     Levels m_levels;
-    const int m_descriptors = openDescriptors();  // before the test opens any
+    const std::pair<long, long> m_before = descriptorsAndThreads();  // before the test opens any
 };
 
 // A component line has exactly two elements, with the blanks inside the bits dropped; keys are
@@ -99,7 +92,7 @@ TEST_F(CLogTargetContainerConfigTest, WatcherRereadsTheWatchedFileAndMovesTheWat
     writeFile(defaultFile, targetLine(testpaths::recorder(), "name=z"));
     container.reset();
     EXPECT_EQ(2, m_syslog.count(CHANGED));
-    EXPECT_EQ(m_descriptors, openDescriptors());
+    EXPECT_EQ(m_before, descriptorsAndThreads());
 }
 
 // Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
@@ -125,7 +118,7 @@ TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescr
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
         CLogTargetContainer(m_dir.path(), true, this);  // made and ended at once
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
-        EXPECT_EQ(m_descriptors, openDescriptors()) << slots;
+        EXPECT_EQ(m_before, descriptorsAndThreads()) << slots;
     }
     EXPECT_EQ(3, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     EXPECT_EQ(Levels(4, {"net", "1"}), m_levels);

@@ -31,7 +31,7 @@ std::pair<Entries, int> parse(const std::string& path, bool callOnEmpty = false,
 // Table mode keeps what callback mode hands over, without the empty entries; a callback that asks
 // to stop ends a successful read. A broken line fails both modes, callback mode after handing
 // over the lines before it.
-TEST(CfreadTest, BothModesReadTheSameEntriesAndRejectTheSameLines)
+TEST(CfreadTest, BothModesReadTheSameEntriesRejectTheSameLinesAndTheTableGrowsAndReadsIntValues)
 {
     const CTempDir dir;
     const CSyslogCapture syslog;
@@ -61,13 +61,9 @@ TEST(CfreadTest, BothModesReadTheSameEntriesAndRejectTheSameLines)
     EXPECT_EQ(2, syslog.count("cfread: max. value length exceeded in " + file + " at line 2", LOG_ERR));
     EXPECT_EQ(-1, parse("/nonexistent/f.cfg").second);
     EXPECT_EQ(nullptr, cfread_open(nullptr));
-}
 
-// A later line replaces the earlier one in its slot; the table grows past its first 64 slots.
-TEST(CfreadTest, SlotTableReusesSlotsGrowsAndReadsIntValues)
-{
-    const CTempDir dir;
-    cfread_handle* handle = cfread_open(dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
+    // A later line replaces the earlier one in its slot; the table grows past its first 64 slots.
+    handle = cfread_open(dir.write("t.cfg", "a=1\nb=2\na=3\n").c_str());
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(2, handle->count);
     EXPECT_STREQ("3", cfread_find_entry(handle, "a")->value);

@@ -75,9 +75,7 @@ TEST_F(CRemoteFaultsTest, SendsAgainWhatAResettingRelayDidNotAcknowledge)
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
             ioctl(fd, FIONREAD, &queued);
         }
-        char unread[65536];
-        const ssize_t peeked = recv(fd, unread, sizeof unread, MSG_PEEK | MSG_DONTWAIT);
-        pending.append(unread, static_cast<std::size_t>(std::max<ssize_t>(0, peeked)));
+        pending += readWhileArriving(fd, 0);
         const linger abort{1, 0};
         setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
         close(fd);

@@ -90,17 +90,6 @@ inline long long sleepsOf(const std::string& name)
     return -1;
 }
 
-// The open descriptors of this process and its threads named vexlor-...: an unloaded target
-// leaves what it found. (Sanitizers start threads of their own.)
-inline std::pair<long, long> descriptorsAndThreads()
-{
-    long threads = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        threads += readFile(task.path() / "comm").rfind("vexlor-", 0) == 0 ? 1 : 0;
-    }
-    return {static_cast<long>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})), threads};
-}
-
 // An idle thread sleeps until there is work: one that polled on a timer would wake within 1.5 s.
 // The count is taken once the thread has settled (a last short wait after work is fine).
 inline void expectSleepsWhileIdle(const std::string& name)

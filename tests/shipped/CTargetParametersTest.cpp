@@ -46,7 +46,6 @@ TEST_F(CTargetParametersTest, RefusesWhatItCannotUseNamingTheParameter)
         {VEXLOR_TEST_TARGET_RECORDER ", keep=0", "keep=0"},
         {VEXLOR_TEST_TARGET_RECORDER ", remove-on-unload=yes", "remove-on-unload=yes"},
         {VEXLOR_TEST_TARGET_RECORDER ", dir=relative", "dir=relative"},
-        {remote + "rate=1.5/s", "rate=1.5/s"},
         {VEXLOR_TEST_TARGET_REMOTE ", port=1", "host="},
         {remote + "transport=sctp", "transport=sctp"},
         {remote + "port=65536", "port=65536"},

@@ -57,6 +57,15 @@ std::string readWhileArriving(int fd, int waitMs)
     return text;
 }
 
+std::pair<long, long> descriptorsAndThreads()
+{
+    long threads = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        threads += readFile(task.path() / "comm").rfind("vexlor-", 0) == 0 ? 1 : 0;
+    }
+    return {static_cast<long>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})), threads};
+}
+
 void removeTree(const std::string& path)
 {
     std::error_code ignored;

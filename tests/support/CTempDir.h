@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 class CTempDir {
 public:
@@ -27,5 +28,8 @@ std::string readFile(const std::string& path);
 // What arrives on `fd` (a pipe, a socket, a terminal) until it ends or nothing more comes for
 // `waitMs` milliseconds.
 std::string readWhileArriving(int fd, int waitMs);
+// The open descriptors of this process and its threads named vexlor-...: what an unloaded target
+// or an ended container must have left as it found it. (Sanitizers start threads of their own.)
+std::pair<long, long> descriptorsAndThreads();
 // Removes a directory tree or file; missing paths are fine.
 void removeTree(const std::string& path);

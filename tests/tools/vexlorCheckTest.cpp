@@ -15,8 +15,6 @@ namespace {
 using ::testing::HasSubstr;
 
 const std::string FILE_TARGET = VEXLOR_TEST_TARGET_FILE;
-const std::string SYSLOG_TARGET = VEXLOR_TEST_TARGET_SYSLOG;
-const std::string APPLICATION = "<the program's application name>";
 
 struct CCase {
     std::string content;
@@ -44,7 +42,7 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
         {"component = net , 0001 1111\n", "", 0,
          "  line 1: component net = 0x0000001f  EMERG ALERT CRIT ERR WARN\n  0 error(s), 0 warning(s)\n"},
         {"target = " + FILE_TARGET + ", key1=a=b, key2, key3==third,=key4=fourth\n", "", 0,
-         "  line 1: target " + FILE_TARGET + "\n    application-name = " + APPLICATION +
+         "  line 1: target " + FILE_TARGET + "\n    application-name = <the program's application name>" +
              "\n    key3 = third\n    key4 = fourth\n"},
         {"#comment\n\nnovalue\n", "--strict", 1, "line 3: warning: ignored: key \"novalue\""},
         {"Component = net,1\n", "", 0, "line 1: warning: ignored: unknown key \"Component\""},
@@ -58,11 +56,10 @@ TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
         {"target = libvexlor-file.so\n", "", 0, "  line 1: warning: relative library path"},
         {"target = /nonexistent/libx.so\n", "", 0, "line 1: warning: the library does not exist"},
         {"a=1\n" + std::string(256, 'k') + "=v\n", "", 2, "line 2: error: max. key length"},
-        {"k=" + std::string(256, 'v') + "\n", "", 2, "line 1: error: max. value length"},
         {"component = a, 1\nk=v", "", 2, "  line 2: error: non-terminated entry"},
         {"#" + std::string(1100, 'c') + "\n", "", 0, "line 1: warning: a comment longer"},
         {"target = " + FILE_TARGET + ", path=" + out + "\n", "--load", 0, "  line 1: creates the target \"file\"\n"},
-        {"target = " + SYSLOG_TARGET + ", facility=kernel\n", "--load", 2,
+        {"target = " VEXLOR_TEST_TARGET_SYSLOG ", facility=kernel\n", "--load", 2,
          "  line 1: error: the target refuses to be created:\n    syslog target \"syslog\": facility=kernel"},
         {"target = " + testpaths::noFactory() + "\n", "--load", 2,
          "  line 1: error: \"" + testpaths::noFactory() + "\" is no log target"},

@@ -57,9 +57,6 @@ int controlSocket(const std::string& name, bool listening)
 
 int connectTo(pid_t pid) { return controlSocket(vexlor_control::primaryName(pid), false); }
 
-// What arrives until the peer closes (or a minute passes: a hang guard, not a speed check).
-std::string readToEnd(int fd) { return readWhileArriving(fd, 60000); }
-
 // The attack of a process that listens on `pid`'s control name (its own for 0, or the fallback
 // name when a test running beside this one squats it, as the control target does): answer each
 // connection with `answer` (one over 4096 bytes: again and again, without end) and close it.
@@ -157,9 +154,7 @@ TEST_F(CVexlorctlTest, ShowsSetsRaisesAndCountsInRunningPrograms)
                 HasSubstr("net 0x00000190 -> 0x00000090  WARN DEBUG\n  for 2s more, then back to 0x00000190"));
     EXPECT_THAT(vexlorctl({"show", "player"}).out, HasSubstr("0x00000090  WARN DEBUG\n                         for "));
     EXPECT_TRUE(waitUntil([&] { return shows("player", "net                  0x00000190  WARN DEBUG TRACE\n"); }));
-    const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took, std::chrono::milliseconds(1900));
-    EXPECT_LT(took, std::chrono::seconds(20));  // a bound for a stuck thread, not a speed goal
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1900));  // not ended early
 
     // A configuration read that names the component takes the mask back, in every program, and
     // ends a raise.
@@ -312,7 +307,7 @@ TEST_F(CHostileUserTest, TurnsOtherUsersAwayAtOnceAndServesRootWhileAClientDribb
     CSyslogCapture syslog;
     vexlor_create_component("net", VX_WARN, "");  // starts the library, which loads the target
     const COtherUser silent(NOBODY, [](auto ready) {
-        readToEnd(connectTo(getppid())).find("error\tpermission denied") == 0 ? ready() : void();
+        readWhileArriving(connectTo(getppid()), 60000).find("error\tpermission denied") == 0 ? ready() : void();
     });
     EXPECT_TRUE(silent.ready());
     for (int attempt = 0; attempt < 2; ++attempt) {
@@ -329,7 +324,7 @@ TEST_F(CHostileUserTest, TurnsOtherUsersAwayAtOnceAndServesRootWhileAClientDribb
         for (std::size_t i = 0; i < 5 && send(fd, &"info\n"[i], 1, MSG_NOSIGNAL) == 1; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1500));
         }
-        answered = readToEnd(fd).find("ok\n") != std::string::npos;
+        answered = readWhileArriving(fd, 60000).find("ok\n") != std::string::npos;
         close(fd);
     });
     EXPECT_EQ(0, vexlorctl({"set", m_self, "net", "0x190"}).status);
