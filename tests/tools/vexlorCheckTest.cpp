@@ -25,9 +25,7 @@ struct CCase {
     mode_t mode = 0600;
 };
 
-using VexlorCheckTest = ::testing::Test;
-
-TEST_F(VexlorCheckTest, ReportsEachKindOfFinding)
+TEST(VexlorCheckTest, ReportsEachKindOfFinding)
 {
     CTempDir dir;
     const std::string out = dir.file("out.tsv");

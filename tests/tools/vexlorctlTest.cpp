@@ -29,7 +29,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 const std::string CONTROL_LINE = "target = " VEXLOR_TEST_TARGET_CONTROL "\n";
 
@@ -66,9 +65,7 @@ auto serving(pid_t pid, const std::string& answer)
         const pid_t self = getpid();
         int listener = controlSocket(vexlor_control::primaryName(pid != 0 ? pid : self), true);
         listener = listener >= 0 || pid != 0 ? listener : controlSocket(vexlor_control::fallbackName(self, 1), true);
-        if (listener >= 0) {
-            ready();
-        }
+        listener >= 0 ? ready() : void();
         for (int fd; (fd = accept(listener, nullptr, nullptr)) >= 0; close(fd)) {
             while (send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) > 0 && answer.size() > 4096) {
             }
@@ -161,7 +158,7 @@ TEST_F(CVexlorctlTest, ShowsSetsRaisesAndCountsInRunningPrograms)
     ASSERT_EQ(0, vexlorctl({"set", "player", "net", "all", "--for", "1h"}).status);
     m_paths.writeDefaultConfig(CONTROL_LINE + "component = net, 1\n");
     EXPECT_TRUE(waitUntil([&] { return shows("player", "net                  0x00000001  EMERG\n"); }));
-    EXPECT_THAT(vexlorctl({"show", "player"}).out, Not(HasSubstr(" more, then back to ")));
+    EXPECT_THAT(vexlorctl({"show", "player"}).out, ::testing::Not(HasSubstr(" more, then back to ")));
     EXPECT_THAT(vexlorctl({"show", "recorder"}).out, HasSubstr("net                  0x00000001  EMERG\n"));
 
     // sed -i renames its copy over the file, which ends the programs' watch of it.
@@ -180,8 +177,7 @@ TEST_F(CVexlorctlTest, ForkChildNeitherKeepsTheSocketNorHangsAtExit)
     vexlor_create_component("net", VX_WARN, "");
     int release[2];
     ASSERT_EQ(0, pipe(release));
-    const pid_t child = forkWhenOthersSleep();
-    ASSERT_NE(-1, child);
+    const pid_t child = forkWhenOthersSleep();  // a failed fork fails the reap below
     if (child == 0) {
         char c;
         close(release[1]);
