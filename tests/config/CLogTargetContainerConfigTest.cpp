@@ -113,8 +113,7 @@ TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescr
     rlimit saved{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
     for (int slots = 1; slots <= 4; ++slots) {
-        rlimit limited = saved;
-        limited.rlim_cur = limitFor(slots);
+        const rlimit limited{limitFor(slots), saved.rlim_max};
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
         CLogTargetContainer(m_dir.path(), true, this);  // made and ended at once
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));

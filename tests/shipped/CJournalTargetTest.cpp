@@ -47,10 +47,8 @@ CJournalEntry parseEntry(const std::string& datagram)
 int journalStandIn()
 {
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, "/run/systemd/journal/socket", sizeof address.sun_path - 1);
-    EXPECT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address)) << std::strerror(errno);
+    const sockaddr_un address{AF_UNIX, "/run/systemd/journal/socket"};
+    EXPECT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address)) << std::strerror(errno);
     return fd;
 }
 

@@ -2,7 +2,6 @@
 // that resets after taking some records, a relay whose DNS server never answers. Each time the
 // records the target reports equal what the test counts, no log call waits, and nothing is left
 // behind. Relays refusing certificates are in CRemoteTargetTest.
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <set>
 #include <sys/ioctl.h>
@@ -116,11 +115,8 @@ TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
     }
     // A DNS server on a loopback address that takes every question and answers none.
     const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(53);
-    inet_pton(AF_INET, "127.0.0.77", &address.sin_addr);
-    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    const sockaddr_in address{AF_INET, htons(53), {htonl(0x7f00004d)}, {}};  // 127.0.0.77
+    ASSERT_EQ(0, bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     mounts.bind(m_dir.write("resolv.conf", "nameserver 127.0.0.77\noptions timeout:1 attempts:1\n"),
                 "/etc/resolv.conf");
     const auto before = descriptorsAndThreads();

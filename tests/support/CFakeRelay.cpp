@@ -15,9 +15,7 @@ CFakeRelay::CFakeRelay(CServe serve, int receiveBuffer)
         // Set before listen, so that the window the connections offer follows it.
         setsockopt(m_listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
     listen(m_listener, 16);
     socklen_t length = sizeof address;

@@ -27,9 +27,7 @@ const char TEMPLATE[] =
 // failure, and in `port` the port the socket had.
 int tryAddress(const std::string& address, int& port, int type, bool connectIt)
 {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    hints.ai_socktype = type;
+    const addrinfo hints{AI_NUMERICHOST | AI_NUMERICSERV, AF_UNSPEC, type, 0, 0, nullptr, nullptr, nullptr};
     addrinfo* found = nullptr;
     getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found);
     const int fd = socket(found->ai_family, type | SOCK_CLOEXEC, 0);

@@ -181,8 +181,8 @@ TEST_F(CVexlorctlTest, ForkChildNeitherKeepsTheSocketNorHangsAtExit)
     if (child == 0) {
         char c;
         close(release[1]);
-        const bool released = read(release[0], &c, 1) == 0;
-        std::exit(released ? 0 : 1);  // destroys the library and its targets, as a program ends
+        // Once released: exit destroys the library and its targets, as a program ends.
+        std::exit(read(release[0], &c, 1) == 0 ? 0 : 1);
     }
     close(release[0]);
     EXPECT_FALSE(listed(child));
