@@ -42,12 +42,6 @@ protected:
     CSyslogCapture m_syslog;
     Levels m_levels;
     const std::pair<long, long> m_before = descriptorsAndThreads();  // before the test opens any
-
-    // A joined thread's task can stay listed a moment longer (seen under qemu).
-    bool endsAsItBegan() const
-    {
-        return waitUntil([this] { return descriptorsAndThreads() == m_before; });
-    }
 };
 
 // A component line has exactly two elements, with the blanks inside the bits dropped; keys are
@@ -98,7 +92,7 @@ TEST_F(CLogTargetContainerConfigTest, WatcherRereadsTheWatchedFileAndMovesTheWat
     writeFile(defaultFile, targetLine(testpaths::recorder(), "name=z"));
     container.reset();
     EXPECT_EQ(2, m_syslog.count(CHANGED));
-    EXPECT_TRUE(endsAsItBegan());
+    EXPECT_TRUE(countsReturnTo(m_before));
 }
 
 // Each descriptor limit lets the set-up open one more descriptor before it fails (epoll, inotify,
@@ -123,7 +117,7 @@ TEST_F(CLogTargetContainerConfigTest, FailedWatcherSetUpLeavesNoWorkerAndNoDescr
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limited));
         CLogTargetContainer(m_dir.path(), true, this);  // made and ended at once
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
-        EXPECT_TRUE(endsAsItBegan()) << slots;
+        EXPECT_TRUE(countsReturnTo(m_before)) << slots;
     }
     EXPECT_EQ(3, m_syslog.countStarting(NO_WORKER, LOG_ERR));
     EXPECT_EQ(Levels(4, {"net", "1"}), m_levels);

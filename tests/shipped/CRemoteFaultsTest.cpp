@@ -51,7 +51,7 @@ TEST_F(CRemoteFaultsTest, BacksOffFromARelayThatEndsEveryConnectionAtOnce)
         EXPECT_LE(relay->connections(), 25) << name;
     }
     EXPECT_EQ(0, m_syslog.countContaining("delivering to"));
-    EXPECT_TRUE(waitUntil([&] { return descriptorsAndThreads() == before; }));
+    EXPECT_TRUE(countsReturnTo(before));
 }
 
 // A relay that resets the connection after every 50 records, dropping what it had received but
@@ -145,7 +145,7 @@ TEST_F(CRemoteFaultsTest, BoundsLookupsOfANameWhoseServerNeverAnswers)
     EXPECT_EQ(30, droppedAtTheEnd("remote target remote"));
     // Freed as soon as the resolver gives up (1 s), and its threads and sockets end soon after.
     EXPECT_TRUE(waitUntil([] { return CResolver::liveLookups() == 0; }));
-    EXPECT_TRUE(waitUntil([&] { return descriptorsAndThreads() == before; }));
+    EXPECT_TRUE(countsReturnTo(before));
     close(silent);
 }
 

@@ -10,6 +10,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "waitUntil.h"
+
 CTempDir::CTempDir()
 {
     std::string pattern = (std::filesystem::temp_directory_path() / "vexlor-test-XXXXXX").string();
@@ -64,6 +66,11 @@ std::pair<long, long> descriptorsAndThreads()
         threads += readFile(task.path() / "comm").rfind("vexlor-", 0) == 0 ? 1 : 0;
     }
     return {static_cast<long>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})), threads};
+}
+
+bool countsReturnTo(const std::pair<long, long>& before)
+{
+    return waitUntil([&] { return descriptorsAndThreads() == before; });
 }
 
 void removeTree(const std::string& path)

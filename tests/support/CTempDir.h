@@ -31,5 +31,8 @@ std::string readWhileArriving(int fd, int waitMs);
 // The open descriptors of this process and its threads named vexlor-...: what an unloaded target
 // or an ended container must have left as it found it. (Sanitizers start threads of their own.)
 std::pair<long, long> descriptorsAndThreads();
+// Whether those counts come back to `before` within waitUntil's limit: a joined thread's task can
+// stay listed a moment longer (seen under qemu).
+bool countsReturnTo(const std::pair<long, long>& before);
 // Removes a directory tree or file; missing paths are fine.
 void removeTree(const std::string& path);
